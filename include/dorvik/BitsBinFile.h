@@ -1,0 +1,95 @@
+// CBitsBinFile: a record file whose every record is one bit array, stored in the
+// compressed form of CBitArray. Taken whole, the file is a sparse boolean matrix:
+// the record number is the row, the bit number the column. Records are compressed on
+// the way in and expanded on the way out; layout, table and safe mode are CBinFile's.
+// An all-zero array is stored as an empty record; empty and absent records read as a
+// null block and length 0. The inherited byte readers (GetRecord with a bool,
+// GetRecords, GetRecordLength, Find) see the stored, compressed bytes.
+#pragma once
+
+#include "BinFile.h"
+#include "BitArray.h"
+
+class DORVIK_API CBitsBinFile : public CBinFile {
+public:
+    using Progress = bool (*)(int, int);
+
+    // A closed object.
+    CBitsBinFile();
+    // Opens as CBinFile(path, flags) does.
+    CBitsBinFile(const char* path, UINT flags);
+    ~CBitsBinFile() override;
+
+    using CBinFile::Add;
+    using CBinFile::GetRecord;
+    using CBinFile::GetRecords;
+    using CBinFile::Insert;
+    using CBinFile::Modify;
+
+    // The writers below take expanded (plain) bytes and store their compressed form.
+    // Null `data` stands for all-zero bytes: an empty record.
+    void Insert(int after, unsigned char* data, int length) override;
+    void Modify(int index, unsigned char* data, int length) override;
+    void Add(unsigned char* data, int length) override;
+    // Stores the whole content of `source` as an expanded bit array (compressed on the
+    // way in); the source is read in one piece.
+    void Modify(int index, CFile& source) override;
+
+    // Union (`unite` true) or intersection of the records listed in `records`, into
+    // `result`, which comes back uncompressed whatever its flag was. An intersection
+    // stops at the first empty result. `limit` (bytes, -1 for all) bounds each record's
+    // expansion (an item crossing it expands whole): bits below 8 * limit are exact.
+    // An intersection never expands a record beyond the result so far.
+    virtual void GetRecords(int count, int* records, CBitArray& result, bool unite, int limit);
+    // The same over the set bits of `selection`; null selects every non-empty record.
+    virtual void GetRecords(CBitArray* selection, CBitArray& result, bool unite, int limit);
+    // Transposes the matrix: bit b of record r becomes bit r of the output record of
+    // column b, numbered by the column's rank in `columns` (`byRank`) or by b itself.
+    // `columns` null takes the union of all records. Bits outside an explicit column
+    // set are skipped. The destination (`target`, or this file when null) loses all its
+    // records first and is left in not safe mode. The whole source is read before the
+    // destination is touched; memory is 2 or 4 bytes per set bit plus 4 bytes per
+    // addressable column, never a dense matrix. `progress` gets (index, total); its
+    // result is ignored. A file with no records changes nothing.
+    virtual void Invert(CBitArray* columns, bool byRank, Progress progress, CBitsBinFile* target);
+    // The record into `bits`: the stored bytes when `bits` is compressed (limit not
+    // used), else the expanded bytes. The old content goes.
+    virtual void GetRecord(int index, CBitArray& bits, int limit);
+    // The expanded record in a new GrabBlock block (release with DropBlock), `limit`
+    // as above; null and 0 for an empty or absent record.
+    virtual void GetRecord(int index, unsigned char*& buffer, int& length, int limit);
+    // Stores an array: a compressed one as it stands, a plain one compressed.
+    virtual void Modify(int index, CBitArray* bits);
+    virtual void Add(CBitArray* bits);
+    // Record-by-record union / intersection of another file into this one.
+    virtual void Or(CBitsBinFile* other);
+    // The other file by path, opened read-only; a path that cannot be opened throws.
+    virtual void Or(const char* path);
+    virtual void And(CBitsBinFile* other);
+    virtual void And(const char* path);
+    // Single bits of record `index`. SetAt extends the file when needed and writes only
+    // when the bit was clear; ResetAt writes only when the bit was set (the record may
+    // become empty). A negative bit changes nothing and reads as clear.
+    virtual void SetAt(int index, int bit);
+    virtual void ResetAt(int index, int bit);
+    virtual bool GetAt(int index, int bit);
+    // Set bits below `bit` (clamped to the record), less 1 when that bit is clear: the
+    // rank of the bit or of the nearest set bit below it; -1 for none or an empty record.
+    virtual int GetBitIndex(int index, int bit);
+    // Scans from bit 0 past `count` set bits and returns where the scan stopped: 0 for
+    // a count of 0, one past the count-th set bit, or 8 * length when the bits run out.
+    virtual int GetIndexBit(int index, int count);
+    // The number of set bits of the record (counted on the compressed form).
+    virtual int GetCount(int index);
+
+    // For every source record, destination record |= source record; a longer source
+    // extends the destination, and destination records past it stay.
+    static void OrFiles(CBitsBinFile* source, CBitsBinFile* target);
+    // For records below both counts, destination &= source; then every destination
+    // record past the source's count goes, and so do trailing records left empty.
+    static void AndFiles(CBitsBinFile* source, CBitsBinFile* target);
+    // By path: the source opened read-only, the destination read-write; either
+    // failing to open throws CFileException.
+    static void OrFiles(const char* source, const char* target);
+    static void AndFiles(const char* source, const char* target);
+};

@@ -1,0 +1,90 @@
+// CFile: a byte file over a POSIX descriptor with a position of its own. Every access
+// goes through the virtuals Seek, Read, Write, SetLength, GetLength and Close, so a
+// subclass that stores elsewhere redirects all of them. Files stay below 2 GiB.
+#pragma once
+
+#include <ctime>
+
+#include "Exceptions.h"
+#include "Platform.h"
+#include "String.h"
+
+// What CFile::GetStatus reports; only existence is used by the library.
+struct DORVIK_API CFileStatus {
+    std::time_t m_ctime = 0;
+    std::time_t m_atime = 0;
+    std::time_t m_mtime = 0;
+    DWORD m_size = 0;
+    BYTE m_attribute = 0;
+    CString m_szFullName;
+};
+
+class DORVIK_API CFile : public CObject {
+public:
+    // Open flags, with their historic bit values. Sharing bits are accepted and ignored.
+    enum OpenFlags : UINT {
+        modeRead = 0x0000, modeWrite = 0x0001, modeReadWrite = 0x0002,
+        shareCompat = 0x0000, shareExclusive = 0x0010, shareDenyWrite = 0x0020,
+        shareDenyRead = 0x0030, shareDenyNone = 0x0040, modeNoInherit = 0x0080,
+        modeCreate = 0x1000, modeNoTruncate = 0x2000, typeText = 0x4000, typeBinary = 0x8000
+    };
+    enum SeekPosition : UINT { begin = 0, current = 1, end = 2 };
+    static constexpr int hFileNull = -1;
+
+    // A closed object.
+    CFile() = default;
+    // Opens at once; throws CFileException when it cannot.
+    CFile(const char* path, UINT flags);
+    // Closes if open; errors of that close are dropped.
+    ~CFile() override;
+
+    // Opens `path`. modeCreate creates or truncates (keeps the content with
+    // modeNoTruncate). Returns nonzero on success; 0 on failure, with the cause in
+    // `error` when given; never throws. A directory cannot be opened. An open object
+    // is closed first.
+    virtual BOOL Open(const char* path, UINT flags, CFileException* error = nullptr);
+    // Closes; a closed object stays closed. Throws CFileException when the close fails.
+    virtual void Close();
+    // The position (through the virtual Seek).
+    virtual DWORD GetPosition() const;
+    // The path given at opening; empty for an object that was never opened.
+    virtual CString GetFilePath() const;
+    // Writes the file's data through to the disk. Throws CFileException on failure.
+    virtual void Flush();
+    // Sets and returns the position. Positions past the end are allowed; a position
+    // before the beginning or at 2 GiB and beyond throws CFileException(badSeek).
+    virtual LONG Seek(LONG offset, UINT from);
+    void SeekToBegin() { Seek(0, begin); }
+    DWORD SeekToEnd() { return static_cast<DWORD>(Seek(0, end)); }
+    // The length, measured through the virtual Seek: note the position, seek to the
+    // end, seek back. A subclass that redirects Seek redirects this too.
+    virtual DWORD GetLength() const;
+    // Truncates or extends the file. Throws CFileException on failure.
+    virtual void SetLength(DWORD length);
+    // Reads at the position; returns the bytes read, fewer than `count` only at the
+    // end of the file (0 there). Throws CFileException on a read error.
+    virtual UINT Read(void* buffer, UINT count);
+    // Writes at the position, extending the file, and moves the position. A count of 0
+    // does nothing, whatever the pointer. Throws CFileException on failure.
+    virtual void Write(const void* buffer, UINT count);
+    // Read and Write with 32-bit counts.
+    DWORD ReadHuge(void* buffer, DWORD count);
+    void WriteHuge(const void* buffer, DWORD count);
+
+    // Nonzero when `path` exists; fills `status`. Never throws.
+    static BOOL GetStatus(const char* path, CFileStatus& status);
+    // Deletes the file; throws CFileException on failure.
+    static void Remove(const char* path);
+    // Renames; throws CFileException on failure.
+    static void Rename(const char* from, const char* to);
+
+    // The descriptor, or hFileNull when closed.
+    int m_hFile = hFileNull;
+
+protected:
+    [[noreturn]] void ThrowOsError(int error) const;
+    void CheckOpen() const;
+
+    std::int64_t m_nPos = 0;
+    CString m_strFileName;
+};

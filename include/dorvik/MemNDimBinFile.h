@@ -1,0 +1,23 @@
+// In-memory twins of the nested record files (see MemBinFile.h for what a twin is).
+#pragma once
+
+#include "MemBinFile.h"
+#include "NDimBinFile.h"
+#include "NDimBitsBinFile.h"
+
+extern template class CMemTwin<CNDimBinFile>;
+extern template class CMemTwin<CNDimBitsBinFile>;
+
+// A nested record file in memory.
+class DORVIK_API CMemNDimBinFile : public CMemTwin<CNDimBinFile> {
+public:
+    using CMemTwin<CNDimBinFile>::CMemTwin;
+    ~CMemNDimBinFile() override;
+};
+
+// A nested bit record file in memory.
+class DORVIK_API CMemNDimBitsBinFile : public CMemTwin<CNDimBitsBinFile> {
+public:
+    using CMemTwin<CNDimBitsBinFile>::CMemTwin;
+    ~CMemNDimBitsBinFile() override;
+};

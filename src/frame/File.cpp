@@ -1,0 +1,180 @@
+#include "dorvik/File.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+namespace {
+constexpr std::int64_t kMaxFileSize = 0x7FFFFFFF;  // every offset passes through int
+}  // namespace
+
+CFile::CFile(const char* path, UINT flags) {
+    CFileException error;
+    if (!Open(path, flags, &error)) throw error;
+}
+
+CFile::~CFile() {
+    if (m_hFile != hFileNull) ::close(m_hFile);
+}
+
+BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
+    if (m_hFile != hFileNull) {
+        ::close(m_hFile);
+        m_hFile = hFileNull;
+    }
+    m_nPos = 0;
+    m_strFileName = path;
+    int access = O_RDONLY;
+    if ((flags & 3) == modeWrite) access = O_WRONLY;
+    if ((flags & 3) == modeReadWrite) access = O_RDWR;
+    int oflags = access | O_CLOEXEC;
+    if (flags & modeCreate) oflags |= O_CREAT | ((flags & modeNoTruncate) ? 0 : O_TRUNC);
+    auto fail = [&](int err) {
+        if (error) *error = CFileException(CFileException::OsErrorToException(err), err, path);
+        return 0;
+    };
+    if (!path || !*path) return fail(ENOENT);
+    int fd;
+    do {
+        fd = ::open(path, oflags, 0666);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0) return fail(errno);
+    struct stat st;
+    if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) {
+        int err = S_ISDIR(st.st_mode) ? EISDIR : errno;
+        ::close(fd);
+        return fail(err);
+    }
+    m_hFile = fd;
+    return 1;
+}
+
+void CFile::Close() {
+    if (m_hFile == hFileNull) return;
+    int fd = m_hFile;
+    m_hFile = hFileNull;
+    m_nPos = 0;
+    if (::close(fd) != 0 && errno != EINTR) ThrowOsError(errno);
+}
+
+DWORD CFile::GetPosition() const { return static_cast<DWORD>(const_cast<CFile*>(this)->Seek(0, current)); }
+
+CString CFile::GetFilePath() const { return m_strFileName; }
+
+void CFile::Flush() {
+    if (m_hFile == hFileNull) return;
+    if (::fdatasync(m_hFile) != 0 && errno != EINVAL && errno != EROFS) ThrowOsError(errno);
+}
+
+void CFile::CheckOpen() const {
+    if (m_hFile == hFileNull) throw CFileException(CFileException::invalidFile, EBADF, m_strFileName);
+}
+
+void CFile::ThrowOsError(int error) const {
+    throw CFileException(CFileException::OsErrorToException(error), error, m_strFileName);
+}
+
+LONG CFile::Seek(LONG offset, UINT from) {
+    CheckOpen();
+    std::int64_t base = 0;
+    if (from == current) {
+        base = m_nPos;
+    } else if (from == end) {
+        struct stat st;
+        if (::fstat(m_hFile, &st) != 0) ThrowOsError(errno);
+        base = st.st_size;
+    } else if (from != begin) {
+        throw CFileException(CFileException::badSeek, EINVAL, m_strFileName);
+    }
+    std::int64_t target = base + offset;
+    if (target < 0 || target > kMaxFileSize) throw CFileException(CFileException::badSeek, EINVAL, m_strFileName);
+    m_nPos = target;
+    return static_cast<LONG>(target);
+}
+
+DWORD CFile::GetLength() const {
+    CFile* self = const_cast<CFile*>(this);
+    LONG position = self->Seek(0, current);
+    LONG length = self->Seek(0, end);
+    self->Seek(position, begin);
+    return static_cast<DWORD>(length);
+}
+
+void CFile::SetLength(DWORD length) {
+    CheckOpen();
+    if (length > kMaxFileSize) throw CFileException(CFileException::diskFull, EFBIG, m_strFileName);
+    int rc;
+    do {
+        rc = ::ftruncate(m_hFile, static_cast<off_t>(length));
+    } while (rc != 0 && errno == EINTR);
+    // A descriptor opened for reading only answers EINVAL or EBADF here.
+    if (rc != 0) ThrowOsError(errno == EINVAL || errno == EBADF ? EACCES : errno);
+}
+
+UINT CFile::Read(void* buffer, UINT count) {
+    CheckOpen();
+    UINT done = 0;
+    char* out = static_cast<char*>(buffer);
+    while (done < count) {
+        ssize_t n = ::pread(m_hFile, out + done, count - done, static_cast<off_t>(m_nPos + done));
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            ThrowOsError(errno);
+        }
+        if (n == 0) break;
+        done += static_cast<UINT>(n);
+    }
+    m_nPos += done;
+    return done;
+}
+
+void CFile::Write(const void* buffer, UINT count) {
+    if (count == 0) return;
+    CheckOpen();
+    if (m_nPos + count > kMaxFileSize) throw CFileException(CFileException::diskFull, EFBIG, m_strFileName);
+    UINT done = 0;
+    const char* in = static_cast<const char*>(buffer);
+    while (done < count) {
+        ssize_t n = ::pwrite(m_hFile, in + done, count - done, static_cast<off_t>(m_nPos + done));
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            ThrowOsError(errno);
+        }
+        if (n == 0) ThrowOsError(ENOSPC);
+        done += static_cast<UINT>(n);
+    }
+    m_nPos += done;
+}
+
+DWORD CFile::ReadHuge(void* buffer, DWORD count) { return Read(buffer, count); }
+
+void CFile::WriteHuge(const void* buffer, DWORD count) { Write(buffer, count); }
+
+BOOL CFile::GetStatus(const char* path, CFileStatus& status) {
+    struct stat st;
+    if (!path || ::stat(path, &st) != 0) return 0;
+    status.m_ctime = st.st_ctime;
+    status.m_atime = st.st_atime;
+    status.m_mtime = st.st_mtime;
+    status.m_size = static_cast<DWORD>(st.st_size);
+    status.m_attribute = S_ISDIR(st.st_mode) ? 0x10 : 0;
+    status.m_szFullName = path;
+    return 1;
+}
+
+void CFile::Remove(const char* path) {
+    if (!path || ::unlink(path) != 0) {
+        int err = path ? errno : ENOENT;
+        throw CFileException(CFileException::OsErrorToException(err), err, path);
+    }
+}
+
+void CFile::Rename(const char* from, const char* to) {
+    if (!from || !to || ::rename(from, to) != 0) {
+        int err = (from && to) ? errno : ENOENT;
+        throw CFileException(CFileException::OsErrorToException(err), err, from);
+    }
+}

@@ -1,0 +1,49 @@
+// Blocks of the C heap with zero fill on allocation and on every growth.
+//
+// Invariant for blocks made here: every byte from the requested size up to the
+// allocator's usable size is 0. A growth that stays inside the usable size then finds
+// zeros already, and a shrink clears what it gives up, so that a later growth in place
+// never shows old bytes.
+#include <malloc.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "dorvik/Exceptions.h"
+#include "dorvik/Platform.h"
+
+namespace {
+std::atomic<std::size_t> g_blockLimit{SIZE_MAX};
+
+bool OverLimit(std::size_t size) { return size > g_blockLimit.load(std::memory_order_relaxed); }
+}  // namespace
+
+void* GrabBlock(std::size_t size) {
+    if (OverLimit(size)) return nullptr;
+    void* block = std::malloc(size ? size : 1);
+    if (!block) return nullptr;
+    std::memset(block, 0, malloc_usable_size(block));
+    return block;
+}
+
+void* RegrowBlock(void* block, std::size_t size) {
+    if (!block) {
+        void* fresh = GrabBlock(size);
+        if (!fresh) throw CMemoryException();
+        return fresh;
+    }
+    if (OverLimit(size)) throw CMemoryException();
+    std::size_t oldUsable = malloc_usable_size(block);
+    void* grown = std::realloc(block, size ? size : 1);
+    if (!grown) throw CMemoryException();
+    std::size_t keep = oldUsable < size ? oldUsable : size;
+    std::size_t newUsable = malloc_usable_size(grown);
+    if (newUsable > keep) std::memset(static_cast<char*>(grown) + keep, 0, newUsable - keep);
+    return grown;
+}
+
+void DropBlock(void* block) { std::free(block); }
+
+std::size_t DorvikSetBlockLimit(std::size_t limit) { return g_blockLimit.exchange(limit); }

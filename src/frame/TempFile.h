@@ -1,0 +1,9 @@
+// Temporary files of the library.
+#pragma once
+
+#include "dorvik/String.h"
+
+// Creates a new empty file in $TMPDIR (else /tmp) whose name starts with `prefix`
+// ("dvk" when null) and puts its full path in `name`. No other caller gets the same
+// name. Throws CFileException when no file can be created.
+void MakeTempFileName(CString& name, const char* prefix);

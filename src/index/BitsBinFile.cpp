@@ -1,0 +1,391 @@
+// Bit record file: records are compressed bit arrays.
+#include "dorvik/BitsBinFile.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "index/BitRecord.h"
+
+using dorvik::Block;
+using dorvik::Hold;
+
+namespace {
+
+// The compressed form of `length` plain bytes (null data: all zero, nothing stored).
+Block CompressBytes(const unsigned char* data, int length, int& compressedLength) {
+    unsigned char* out = nullptr;
+    compressedLength = 0;
+    if (data && length > 0) CBitArray::Compress(data, length, out, compressedLength);
+    return Hold(out);
+}
+
+// Set bits counted on a compressed form, item by item, without expanding it.
+int CountCompressed(const unsigned char* p, int length) {
+    long long count = 0;
+    for (int i = 1; i < length;) {
+        unsigned char b = p[i];
+        if (b != 0x00 && b != 0xFF) {
+            count += std::popcount(static_cast<unsigned>(b));
+            ++i;
+            continue;
+        }
+        if (length - i < 3) break;  // a run cut short by the end is no run
+        if (b == 0xFF) count += 8LL * (p[i + 1] | (p[i + 2] << 8));
+        i += 3;
+    }
+    return count > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(count);
+}
+
+// A growable list of record numbers of one column: entries of `width` bytes.
+struct ColumnList {
+    unsigned char* bytes = nullptr;
+    std::size_t used = 0;
+    std::size_t capacity = 0;
+};
+
+void Append(ColumnList& list, unsigned value, int width) {
+    if (list.used + static_cast<std::size_t>(width) > list.capacity) {
+        // Grows by a quarter, at least 100 entries: amortised linear, little slack.
+        std::size_t step = list.capacity / 4;
+        if (step < static_cast<std::size_t>(width) * 100) step = static_cast<std::size_t>(width) * 100;
+        list.bytes = static_cast<unsigned char*>(RegrowBlock(list.bytes, list.capacity + step));
+        list.capacity += step;
+    }
+    for (int k = 0; k < width; ++k) list.bytes[list.used++] = static_cast<unsigned char>(value >> (8 * k));
+}
+}  // namespace
+
+CBitsBinFile::CBitsBinFile() = default;
+
+CBitsBinFile::CBitsBinFile(const char* path, UINT flags) : CBinFile(path, flags) {}
+
+CBitsBinFile::~CBitsBinFile() = default;
+
+void CBitsBinFile::Insert(int after, unsigned char* data, int length) {
+    int n = 0;
+    Block packed = CompressBytes(data, length, n);
+    CBinFile::Insert(after, packed.get(), n);
+}
+
+void CBitsBinFile::Modify(int index, unsigned char* data, int length) {
+    int n = 0;
+    Block packed = CompressBytes(data, length, n);
+    CBinFile::Modify(index, packed.get(), n);
+}
+
+void CBitsBinFile::Add(unsigned char* data, int length) {
+    int n = 0;
+    Block packed = CompressBytes(data, length, n);
+    CBinFile::Add(packed.get(), n);
+}
+
+void CBitsBinFile::Modify(int index, CFile& source) {
+    DWORD n = source.GetLength();
+    Block bytes = Hold(static_cast<unsigned char*>(GrabBlock(n)));
+    if (!bytes) throw CMemoryException();
+    source.SeekToBegin();
+    UINT got = source.Read(bytes.get(), n);
+    Modify(index, bytes.get(), static_cast<int>(got));
+}
+
+void CBitsBinFile::GetRecord(int index, unsigned char*& buffer, int& length, int limit) {
+    buffer = nullptr;
+    length = 0;
+    CBinFile::GetRecord(index, buffer, length, true);
+    if (length != 0) {
+        CBitArray::Decompress(buffer, length, limit);
+    } else {
+        DropBlock(buffer);
+        buffer = nullptr;
+    }
+}
+
+void CBitsBinFile::GetRecord(int index, CBitArray& bits, int limit) {
+    unsigned char* buffer = nullptr;
+    int length = 0;
+    if (bits.IsCompressed()) {
+        CBinFile::GetRecord(index, buffer, length, true);
+    } else {
+        GetRecord(index, buffer, length, limit);
+    }
+    bits.Attach(buffer, length);
+    if (length <= 0) DropBlock(buffer);
+}
+
+void CBitsBinFile::Modify(int index, CBitArray* bits) {
+    if (bits->IsCompressed()) {
+        CBinFile::Modify(index, bits->GetBuffer(), bits->GetLength());
+    } else {
+        Modify(index, bits->GetBuffer(), bits->GetLength());
+    }
+}
+
+void CBitsBinFile::Add(CBitArray* bits) {
+    if (bits->IsCompressed()) {
+        CBinFile::Add(bits->GetBuffer(), bits->GetLength());
+    } else {
+        Add(bits->GetBuffer(), bits->GetLength());
+    }
+}
+
+void CBitsBinFile::GetRecords(int count, int* records, CBitArray& result, bool unite, int limit) {
+    result.FreeBuffer();
+    result.SetCompressed(false);
+    CBitArray record(false);
+    for (int k = 0; k < count; ++k) {
+        if (result.GetLength() == 0) {
+            GetRecord(records[k], result, limit);
+        } else {
+            GetRecord(records[k], record, limit);
+            if (unite) {
+                result |= record;
+            } else {
+                result &= record;
+            }
+            record.FreeBuffer();
+        }
+        if (!unite) {
+            if (result.GetLength() == 0) break;
+            // An intersection is never longer than its shortest member.
+            if (limit < 0 || limit > result.GetLength()) limit = result.GetLength();
+        }
+    }
+}
+
+void CBitsBinFile::GetRecords(CBitArray* selection, CBitArray& result, bool unite, int limit) {
+    CBitArray all(false);
+    if (!selection) {
+        GetRecordsBitmap(all);
+        selection = &all;
+    }
+    int* list = nullptr;
+    int n = selection->Bmp2Array(list);
+    std::unique_ptr<int[]> guard(n > 0 ? list : nullptr);
+    GetRecords(n, n > 0 ? list : nullptr, result, unite, limit);
+}
+
+void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress, CBitsBinFile* target) {
+    int n = GetRecordCount();
+    if (n == 0) return;
+    CBitArray set(false);
+    if (columns) {
+        set = *columns;
+        if (columns->IsCompressed()) {
+            set.SetCompressed(true);
+            set.Decompress();
+        }
+    } else {
+        GetRecords(nullptr, set, true, -1);
+    }
+    int c = set.GetCount();
+    std::size_t m = static_cast<std::size_t>(set.GetLength()) * 8;
+    std::vector<int> rankToBit(static_cast<std::size_t>(c));
+    {
+        int rank = 0;
+        const unsigned char* bytes = set.GetBuffer();
+        for (std::size_t i = 0; i < static_cast<std::size_t>(set.GetLength()); ++i) {
+            for (unsigned b = bytes[i]; b; b &= b - 1)
+                rankToBit[static_cast<std::size_t>(rank++)] = static_cast<int>(i * 8 + static_cast<std::size_t>(std::countr_zero(b)));
+        }
+    }
+    set.FreeBuffer();
+    // A table over all addressable columns answers a rank at once; when the columns
+    // are very sparse, a binary search over the set ones keeps memory to the set.
+    bool dense = m <= 8 * static_cast<std::size_t>(c) + (std::size_t{1} << 22);
+    std::vector<int> bitToRank(dense ? m : 0, -1);
+    for (int rank = 0; dense && rank < c; ++rank) bitToRank[static_cast<std::size_t>(rankToBit[static_cast<std::size_t>(rank)])] = rank;
+    auto rankOf = [&](std::size_t bit) -> int {
+        if (bit >= m) return -1;
+        if (dense) return bitToRank[bit];
+        auto at = std::lower_bound(rankToBit.begin(), rankToBit.end(), static_cast<int>(bit));
+        return (at != rankToBit.end() && *at == static_cast<int>(bit)) ? static_cast<int>(at - rankToBit.begin()) : -1;
+    };
+    int width = n >= 65536 ? 4 : 2;
+    std::vector<ColumnList> lists(static_cast<std::size_t>(c));
+    struct Release {
+        std::vector<ColumnList>& lists;
+        ~Release() {
+            for (ColumnList& l : lists) DropBlock(l.bytes);
+        }
+    } release{lists};
+
+    for (int r = 0; r < n; ++r) {
+        if (progress) progress(r, n);
+        unsigned char* record = nullptr;
+        int length = 0;
+        GetRecord(r, record, length, -1);
+        Block hold = Hold(record);
+        for (int i = 0; i < length; ++i) {
+            for (unsigned b = record[i]; b; b &= b - 1) {
+                std::size_t bit = static_cast<std::size_t>(i) * 8 + static_cast<std::size_t>(std::countr_zero(b));
+                int rank = rankOf(bit);
+                if (rank < 0) continue;  // not a column of the set
+                Append(lists[static_cast<std::size_t>(rank)], static_cast<unsigned>(r), width);
+            }
+        }
+    }
+    std::vector<int>().swap(bitToRank);
+
+    CBitsBinFile* out = target ? target : this;
+    out->Delete(0, out->GetRecordCount() - 1);
+    out->SetSafeMode(false);
+    int capacity = 2048;
+    Block work = Hold(static_cast<unsigned char*>(GrabBlock(static_cast<std::size_t>(capacity))));
+    if (!work) throw CMemoryException();
+    for (int i = 0; i < c; ++i) {
+        if (progress) progress(i, c);
+        ColumnList& list = lists[static_cast<std::size_t>(i)];
+        if (!list.bytes) continue;
+        int used = 0;
+        for (std::size_t at = 0; at < list.used; at += static_cast<std::size_t>(width)) {
+            unsigned r = 0;
+            for (int k = 0; k < width; ++k) r |= static_cast<unsigned>(list.bytes[at + static_cast<std::size_t>(k)]) << (8 * k);
+            if (r >= static_cast<unsigned>(used) * 8) {
+                used = static_cast<int>(r / 8 + 1);
+                if (used > capacity) {
+                    capacity = used + 1024;
+                    work.reset(static_cast<unsigned char*>(RegrowBlock(work.release(), static_cast<std::size_t>(capacity))));
+                }
+            }
+            work.get()[r / 8] |= static_cast<unsigned char>(1u << (r & 7));
+        }
+        DropBlock(list.bytes);
+        list = ColumnList();
+        out->Modify(byRank ? i : rankToBit[static_cast<std::size_t>(i)], work.get(), used);
+        std::memset(work.get(), 0, static_cast<std::size_t>(used));
+    }
+}
+
+void CBitsBinFile::SetAt(int index, int bit) {
+    if (bit < 0) return;
+    unsigned char* record = nullptr;
+    int length = 0;
+    GetRecord(index, record, length, -1);
+    Block hold = Hold(record);
+    dorvik::GrowToBit(hold, length, bit);
+    if (dorvik::TestBit(hold.get(), length, bit)) return;
+    hold.get()[bit / 8] |= dorvik::Mask(bit);
+    Modify(index, hold.get(), length);
+}
+
+void CBitsBinFile::ResetAt(int index, int bit) {
+    unsigned char* record = nullptr;
+    int length = 0;
+    GetRecord(index, record, length, -1);
+    Block hold = Hold(record);
+    if (!dorvik::TestBit(record, length, bit)) return;
+    record[bit / 8] &= static_cast<unsigned char>(~dorvik::Mask(bit));
+    Modify(index, record, length);
+}
+
+bool CBitsBinFile::GetAt(int index, int bit) {
+    unsigned char* raw = nullptr;
+    int length = 0;
+    CBinFile::GetRecord(index, raw, length, true);
+    Block hold = Hold(raw);
+    return length > 0 && CBitArray::GetAt(raw, length, bit);
+}
+
+int CBitsBinFile::GetBitIndex(int index, int bit) {
+    unsigned char* record = nullptr;
+    int length = 0;
+    GetRecord(index, record, length, -1);
+    Block hold = Hold(record);
+    if (length == 0) return -1;
+    long long last = static_cast<long long>(length) * 8 - 1;
+    if (bit > last) bit = static_cast<int>(last);
+    if (bit < 0) return -1;
+    int below = dorvik::CountBelow(record, bit);
+    return dorvik::TestBit(record, length, bit) ? below : below - 1;
+}
+
+int CBitsBinFile::GetIndexBit(int index, int count) {
+    unsigned char* record = nullptr;
+    int length = 0;
+    GetRecord(index, record, length, -1);
+    Block hold = Hold(record);
+    return dorvik::PositionPast(record, length, count);
+}
+
+int CBitsBinFile::GetCount(int index) {
+    unsigned char* raw = nullptr;
+    int length = 0;
+    CBinFile::GetRecord(index, raw, length, true);
+    Block hold = Hold(raw);
+    return CountCompressed(raw, length);
+}
+
+void CBitsBinFile::Or(CBitsBinFile* other) { OrFiles(other, this); }
+
+void CBitsBinFile::And(CBitsBinFile* other) { AndFiles(other, this); }
+
+void CBitsBinFile::Or(const char* path) {
+    CBitsBinFile other(path, modeRead);
+    OrFiles(&other, this);
+}
+
+void CBitsBinFile::And(const char* path) {
+    CBitsBinFile other(path, modeRead);
+    AndFiles(&other, this);
+}
+
+void CBitsBinFile::OrFiles(CBitsBinFile* source, CBitsBinFile* target) {
+    int n = source->GetRecordCount();
+    for (int i = 0; i < n; ++i) {
+        unsigned char* s = nullptr;
+        int sLength = 0;
+        source->GetRecord(i, s, sLength, -1);
+        Block sHold = Hold(s);
+        if (sLength == 0) continue;
+        unsigned char* t = nullptr;
+        int tLength = 0;
+        target->GetRecord(i, t, tLength, -1);
+        if (tLength == 0) {
+            DropBlock(t);
+            target->Modify(i, s, sLength);
+            continue;
+        }
+        CBitArray::Mem(opOr, s, sLength, t, tLength);
+        Block tHold = Hold(t);
+        target->Modify(i, t, tLength);
+    }
+}
+
+void CBitsBinFile::AndFiles(CBitsBinFile* source, CBitsBinFile* target) {
+    int n = source->GetRecordCount();
+    int targetCount = target->GetRecordCount();
+    if (targetCount < n) n = targetCount;
+    for (int i = 0; i < n; ++i) {
+        unsigned char* t = nullptr;
+        int tLength = 0;
+        target->GetRecord(i, t, tLength, -1);
+        Block tHold = Hold(t);
+        if (tLength == 0) continue;
+        unsigned char* s = nullptr;
+        int sLength = 0;
+        source->GetRecord(i, s, sLength, -1);
+        Block sHold = Hold(s);
+        unsigned char* combined = tHold.release();
+        CBitArray::Mem(opAnd, s, sLength, combined, tLength);
+        tHold.reset(combined);
+        target->Modify(i, combined, tLength);
+    }
+    int k = n;
+    while (k != 0 && target->GetRecordLength(k - 1) == 0) --k;
+    target->Delete(k, target->GetRecordCount() - 1);
+}
+
+void CBitsBinFile::OrFiles(const char* source, const char* target) {
+    CBitsBinFile s(source, modeRead);
+    CBitsBinFile t(target, modeReadWrite);
+    OrFiles(&s, &t);
+}
+
+void CBitsBinFile::AndFiles(const char* source, const char* target) {
+    CBitsBinFile s(source, modeRead);
+    CBitsBinFile t(target, modeReadWrite);
+    AndFiles(&s, &t);
+}

@@ -1,0 +1,282 @@
+// Record file: opening, the address table, safe mode and reading.
+#include "dorvik/BinFile.h"
+
+#include <cstring>
+
+#include "dorvik/BaseMemFile.h"
+
+namespace {
+constexpr DWORD kFirstTableBytes = 102400;  // room for 25599 records in a new file
+}  // namespace
+
+CBinFile::CBinFile() = default;
+
+CBinFile::CBinFile(const char* path, UINT flags) : CFile(path, flags) {
+    m_bOpen = true;
+    LoadAddresses();
+}
+
+CBinFile::~CBinFile() {
+    try {
+        if (!m_bSafeMode) UpdateAddresses(0);
+    } catch (const CException&) {
+        // A destructor cannot report; Close is the way to see this error.
+    }
+    FreeAddresses();
+}
+
+BOOL CBinFile::Open(const char* path, UINT flags, CFileException* error) {
+    if (m_bOpen || m_hFile != hFileNull) Close();
+    BOOL opened = CFile::Open(path, flags, error);
+    if (!opened) return 0;
+    if (!LoadAddresses()) return 0;
+    m_bOpen = true;
+    return opened;
+}
+
+void CBinFile::Close() {
+    if (!m_bSafeMode) UpdateAddresses(0);
+    FreeAddresses();
+    CFile::Close();
+    m_bOpen = false;
+}
+
+DWORD CBinFile::GetLength() const {
+    DWORD stored = CFile::GetLength();
+    if (m_bSafeMode || !m_pAddresses) return stored;
+    // The table will land at the data end, behind reserved bytes not yet written.
+    DWORD dataEnd = m_pAddresses[m_nRecordCount];
+    return (stored > dataEnd ? stored : dataEnd) + 4 * static_cast<DWORD>(m_nRecordCount + 1);
+}
+
+bool CBinFile::LoadAddresses() {
+    FreeAddresses();
+    DWORD length = GetLength();
+    if (length == 0) {
+        m_pAddresses = static_cast<DWORD*>(GrabBlock(kFirstTableBytes));
+        if (!m_pAddresses) throw CMemoryException();
+        m_nAddressBytes = kFirstTableBytes;
+        m_nRecordCount = 0;
+        if (m_bSafeMode) {
+            try {
+                Seek(0, begin);
+                Write(m_pAddresses, 4);
+            } catch (const CException&) {
+                // Read-only: the file stays at 0 bytes and has no records.
+            }
+        }
+        return true;
+    }
+    Seek(-4, end);
+    LONG table = 0;
+    Read(&table, 4);
+    // Anything else cannot be a table offset; a table needs at least one word.
+    if (table < 0 || static_cast<DWORD>(table) > length - 4) return false;
+    DWORD bytes = length - static_cast<DWORD>(table);
+    m_pAddresses = static_cast<DWORD*>(GrabBlock(bytes));
+    if (!m_pAddresses) throw CMemoryException();
+    m_nAddressBytes = bytes;
+    m_nRecordCount = static_cast<int>(bytes / 4) - 1;
+    Seek(table, begin);
+    Read(m_pAddresses, bytes);
+    if (!m_bSafeMode) {
+        try {
+            SetLength(static_cast<DWORD>(table));
+        } catch (...) {
+            FreeAddresses();  // the disk still holds the table: nothing may append another
+            throw;
+        }
+    }
+    return true;
+}
+
+void CBinFile::FreeAddresses() {
+    DropBlock(m_pAddresses);
+    m_pAddresses = nullptr;
+    m_nAddressBytes = 0;
+    m_nRecordCount = 0;
+    m_bTableChecked = false;
+}
+
+void CBinFile::UpdateAddresses(int first) {
+    if (!m_pAddresses) return;
+    if (!m_bSafeMode) {
+        WriteTableBehindData();
+        return;
+    }
+    DWORD n = static_cast<DWORD>(m_nRecordCount + 1 - first) * 4;
+    Seek(-static_cast<LONG>(n), end);
+    Write(m_pAddresses + first, n);
+}
+
+void CBinFile::WriteTableBehindData() {
+    // The table must land where its last word says: reserved records at the end of the
+    // data that were never written are filled with zeros first.
+    DWORD dataEnd = m_pAddresses[m_nRecordCount];
+    if (CFile::GetLength() != dataEnd) SetLength(dataEnd);
+    Seek(static_cast<LONG>(dataEnd), begin);
+    Write(m_pAddresses, static_cast<DWORD>(m_nRecordCount + 1) * 4);
+}
+
+void CBinFile::SetSafeMode(bool safe) {
+    if (safe == m_bSafeMode) return;
+    if (!safe) {
+        if (!m_pAddresses) LoadAddresses();
+        if (m_pAddresses) SetLength(m_pAddresses[m_nRecordCount]);
+    } else {
+        UpdateAddresses(0);
+    }
+    m_bSafeMode = safe;
+}
+
+int CBinFile::GetRecordCount() {
+    if (!m_pAddresses) LoadAddresses();
+    return m_nRecordCount;
+}
+
+bool CBinFile::IsValidBinFile() {
+    DWORD length = CFile::GetLength();
+    if (length == 0) return false;
+    Seek(-4, end);
+    LONG table = 0;
+    Read(&table, 4);
+    if (length == 4 && table == 0) return true;
+    if (table <= 0 || static_cast<DWORD>(table) > length - 4) return false;
+    Seek(table, begin);
+    DWORD first = 1;
+    Read(&first, 4);
+    return first == 0;
+}
+
+bool CBinFile::IsValidBinFile(const char* path) {
+    CFileStatus status;
+    if (!CFile::GetStatus(path, status)) return false;
+    CBinFile file;
+    if (!file.Open(path, shareDenyNone, nullptr)) return false;
+    return file.IsValidBinFile();
+}
+
+void CBinFile::RequireTable() {
+    if (!m_pAddresses && !LoadAddresses()) throw CFileException(CFileException::invalidFile, -1, m_strFileName);
+    if (m_bTableChecked) return;
+    // Changes trust the entries to rise; a corrupt table is refused before a change
+    // could spread it over the data. Once checked, the changes keep it so.
+    for (int i = 0; i < m_nRecordCount; ++i) {
+        if (m_pAddresses[i + 1] < m_pAddresses[i]) throw CFileException(CFileException::invalidFile, -1, m_strFileName);
+    }
+    m_bTableChecked = true;
+}
+
+void CBinFile::Init(int count) {
+    if (count <= m_nRecordCount) return;
+    RequireTable();
+    if (count <= m_nRecordCount) return;
+    EnsureAddressRoom(count, kFirstTableBytes);
+    DWORD dataEnd = m_pAddresses[m_nRecordCount];
+    for (int i = m_nRecordCount + 1; i <= count; ++i) m_pAddresses[i] = dataEnd;
+    if (m_bSafeMode) {
+        Seek(0, end);
+        Write(m_pAddresses + m_nRecordCount + 1, static_cast<DWORD>(count - m_nRecordCount) * 4);
+    }
+    m_nRecordCount = count;
+}
+
+void CBinFile::EnsureAddressRoom(int lastEntry, DWORD spare) {
+    // Entries 0 .. lastEntry must fit; a file stays below 2 GiB, and so does its table.
+    if (lastEntry < 0 || lastEntry > 0x1FFFFFFE - static_cast<int>(spare / 4)) throw CMemoryException();
+    DWORD needed = static_cast<DWORD>(lastEntry) * 4 + 4;
+    if (needed <= m_nAddressBytes) return;
+    DWORD bytes = static_cast<DWORD>(lastEntry) * 4 + spare;
+    if (bytes < needed) bytes = needed;
+    m_pAddresses = static_cast<DWORD*>(RegrowBlock(m_pAddresses, bytes));
+    m_nAddressBytes = bytes;
+}
+
+DWORD CBinFile::GetAddress(int index) {
+    if (!m_pAddresses || index < 0 || index > m_nRecordCount) return 0xFFFFFFFF;
+    return m_pAddresses[index];
+}
+
+void CBinFile::GetAddresses(int first, int last, DWORD*& buffer, int& length, bool allocate) {
+    if (!m_pAddresses || first < 0 || first > last || last > m_nRecordCount) {
+        buffer = nullptr;
+        length = 0;
+        return;
+    }
+    int n = (last - first) * 4 + 4;
+    if (allocate) {
+        buffer = static_cast<DWORD*>(GrabBlock(static_cast<std::size_t>(n)));
+        if (!buffer) throw CMemoryException();
+        length = n;
+    } else if (length > n) {
+        length = n;
+    } else if (length < 0) {
+        length = 0;
+    }
+    if (length > 0) std::memcpy(buffer, m_pAddresses + first, static_cast<std::size_t>(length));
+}
+
+bool CBinFile::RecordSpan(int first, int last, DWORD& start, DWORD& length) const {
+    if (!m_pAddresses || first < 0 || first > last || last >= m_nRecordCount) return false;
+    start = m_pAddresses[first];
+    DWORD end = m_pAddresses[last + 1];
+    // A sound table never fails this; a corrupt one must not drive a read or an
+    // allocation beyond the data.
+    if (end < start || end > m_pAddresses[m_nRecordCount]) return false;
+    length = end - start;
+    return true;
+}
+
+void CBinFile::GetRecords(int first, int last, unsigned char*& buffer, int& length, bool allocate) {
+    DWORD start = 0, n = 0;
+    if (!RecordSpan(first, last, start, n) || n == 0) {
+        if (allocate) buffer = nullptr;
+        length = 0;
+        return;
+    }
+    if (allocate) {
+        buffer = static_cast<unsigned char*>(GrabBlock(n + 1));
+        if (!buffer) throw CMemoryException();
+        length = static_cast<int>(n);
+    } else if (length < 0) {
+        length = 0;
+    } else if (static_cast<DWORD>(length) > n) {
+        length = static_cast<int>(n);
+    }
+    if (length == 0) return;
+    Seek(static_cast<LONG>(start), begin);
+    Read(buffer, static_cast<UINT>(length));
+}
+
+void CBinFile::GetRecord(int index, unsigned char*& buffer, int& length, bool allocate) {
+    GetRecords(index, index, buffer, length, allocate);
+}
+
+void CBinFile::GetRecord(int index, CDWordArray& array) {
+    int length = GetRecordLength(index);
+    array.SetSize(length / 4, -1);
+    unsigned char* data = reinterpret_cast<unsigned char*>(array.GetData());
+    int room = array.GetSize() * 4;
+    if (room > 0) GetRecord(index, data, room, false);
+}
+
+void CBinFile::GetRecord(int index, CBaseMemFile& file) {
+    unsigned char* block = nullptr;
+    int length = 0;
+    GetRecord(index, block, length, true);
+    file.Attach(block, static_cast<DWORD>(length), 0);
+}
+
+int CBinFile::GetRecordLength(int index) {
+    DWORD start = 0, n = 0;
+    return RecordSpan(index, index, start, n) ? static_cast<int>(n) : 0;
+}
+
+int CBinFile::GetMaxRecordLength() {
+    int best = 0;
+    for (int i = 0; i < m_nRecordCount; ++i) {
+        int n = GetRecordLength(i);
+        if (n > best) best = n;
+    }
+    return best;
+}

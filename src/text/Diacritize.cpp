@@ -1,0 +1,143 @@
+// Diacritization by dictionary look-up over the wildcard index.
+#include "dorvik/Diacritize.h"
+
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "dorvik/BitArray.h"
+#include "dorvik/IXFile.h"
+#include "dorvik/MemNDimBinFile.h"
+#include "dorvik/NDimBitsBinFile.h"
+#include "dorvik/StringToken.h"
+#include "dorvik/TextBinFile.h"
+
+const char DiacritizeDelimiters[37] = {
+    ' ',    '\t', '!',  '@',  '#',  '%',  '^',    '&',    '-',    '=',    '(',  ')',  '[',
+    ']',    '{',  '}',  '\xA1', '\xBA', ';', ':', '"',    ',',    '.',    '<',  '>',  '/',
+    '`',    '\'', '\r', '\n', '|',  '$',  '?',    '\xBF', '+',    '*',    '\0'};
+
+namespace {
+// The chosen form of `word` among the records of `hits`, by `frequency(i)`; false when
+// no record has a frequency of 0 or more.
+template <class Frequency>
+bool Choose(CString& word, CTextBinFile& dictionary, const CBitArray& hits, Frequency frequency) {
+    int best = -1, chosen = -1;
+    const unsigned char* bytes = hits.GetBuffer();
+    for (int i = 0; i < hits.GetLength(); ++i) {
+        for (unsigned b = bytes[i]; b; b &= b - 1) {
+            int record = i * 8 + std::countr_zero(b);
+            int f = frequency(record);
+            if (f > best) {  // greater, not equal: the lowest record wins a tie
+                best = f;
+                chosen = record;
+            }
+        }
+    }
+    if (chosen < 0) return false;
+    dictionary.GetString(chosen, word, true);
+    word.TrimRight(DiacriticMarks);
+    return true;
+}
+
+template <class Frequency>
+bool Lookup(CString& word, CTextBinFile& dictionary, CNDimBitsBinFile& index, Frequency frequency) {
+    CBitArray hits;
+    dictionary.Find(&index, word, opEqual, DiacriticMarks, false, hits);
+    if (hits.GetLength() == 0) return false;
+    return Choose(word, dictionary, hits, frequency);
+}
+
+// The wildcard index held in memory for one call, each cell expanded once. A cell is
+// handed out whole whatever limit is asked: the search only ANDs it into a set no
+// longer than that limit, so the result is the same.
+class CachedIndex : public CMemNDimBitsBinFile {
+public:
+    explicit CachedIndex(const char* path) : CMemNDimBitsBinFile(path, 0) {}
+
+    using CMemNDimBitsBinFile::GetRecord;
+
+    void GetRecord(int dim, int* indices, CBitArray& bits, int limit) override {
+        if (dim != 2) {
+            CMemNDimBitsBinFile::GetRecord(dim, indices, bits, limit);
+            return;
+        }
+        std::uint64_t key = (static_cast<std::uint64_t>(static_cast<std::uint32_t>(indices[0])) << 32) |
+                            static_cast<std::uint32_t>(indices[1]);
+        auto at = m_cells.find(key);
+        if (at == m_cells.end()) {
+            unsigned char* block = nullptr;
+            int length = 0;
+            CMemNDimBitsBinFile::GetRecord(dim, indices, block, length, -1);
+            at = m_cells.emplace(key, std::vector<unsigned char>(block, block + length)).first;
+            DropBlock(block);
+        }
+        const std::vector<unsigned char>& cell = at->second;
+        bits.SetCompressed(false);
+        if (cell.empty()) {
+            bits.FreeBuffer();
+            return;
+        }
+        auto* copy = static_cast<unsigned char*>(GrabBlock(cell.size()));
+        if (!copy) throw CMemoryException();
+        std::memcpy(copy, cell.data(), cell.size());
+        bits.Attach(copy, static_cast<int>(cell.size()));
+    }
+
+private:
+    std::unordered_map<std::uint64_t, std::vector<unsigned char>> m_cells;
+};
+
+// The frequency file read whole: entry i, or -1 beyond its end (the init value).
+std::vector<std::int32_t> LoadFrequencies(const char* path) {
+    CFile file(path, CFile::shareDenyNone);
+    DWORD length = file.GetLength();
+    std::vector<std::int32_t> values(length / 4);
+    if (!values.empty()) file.Read(values.data(), static_cast<UINT>(values.size() * 4));
+    return values;
+}
+}  // namespace
+
+// The look-up for one word on open files, as the plain algorithm does it.
+bool DiacritizeToken(CString& word, CTextBinFile* dictionary, CNDimBitsBinFile* index, CIXFile* frequencies) {
+    return Lookup(word, *dictionary, *index, [frequencies](int i) { return frequencies->GetRecord(i); });
+}
+
+bool DiacritizeWord(CString& word, const char* dictionaryPath, const char* indexPath, const char* frequencyPath) {
+    CTextBinFile dictionary(dictionaryPath, CFile::shareDenyNone);
+    CNDimBitsBinFile index(indexPath, CFile::shareDenyNone);
+    CIXFile frequencies(frequencyPath, CFile::shareDenyNone, 4);
+    return DiacritizeToken(word, &dictionary, &index, &frequencies);
+}
+
+void DiacritizeBuffer(char* buffer, CString& result, const char* dictionaryPath, const char* indexPath,
+                      const char* frequencyPath) {
+    CTextBinFile dictionary(dictionaryPath, CFile::shareDenyNone);
+    CFileStatus status;
+    if (!CFile::GetStatus(indexPath, status)) throw CFileException(CFileException::fileNotFound, 2, indexPath);
+    CachedIndex index(indexPath);
+    std::vector<std::int32_t> frequencies = LoadFrequencies(frequencyPath);
+    auto frequency = [&frequencies](int i) {
+        return (i >= 0 && static_cast<std::size_t>(i) < frequencies.size()) ? frequencies[static_cast<std::size_t>(i)] : -1;
+    };
+    std::unordered_map<std::string, std::string> seen;
+    CStringToken token;
+    token.m_bDelimiters = true;
+    if (!buffer) return;
+    for (char* t = token.GetFirst(buffer, DiacritizeDelimiters); t; t = token.GetNext(DiacritizeDelimiters)) {
+        if (CStringToken::IsDelimiter(*t, DiacritizeDelimiters)) {
+            result += t;
+            continue;
+        }
+        auto at = seen.find(t);
+        if (at == seen.end()) {
+            CString word(t);
+            Lookup(word, dictionary, index, frequency);
+            at = seen.emplace(t, word.str()).first;
+        }
+        result += at->second.c_str();
+    }
+}

@@ -1,0 +1,203 @@
+// The wildcard index of a text file and the search through it.
+//
+// The index is a two-dimensional bit record file: cell (0, n) holds the records of n
+// letters, cell (L + 1, b) the records that hold byte b at level L. A letter (any byte
+// that is not a mark) after c letters has level c; a mark after c letters and r marks
+// on the last letter has level 2c + r.
+#include <cctype>
+#include <cstring>
+#include <vector>
+
+#include "dorvik/BitArray.h"
+#include "dorvik/Collections.h"
+#include "dorvik/NDimBitsBinFile.h"
+#include "dorvik/TextBinFile.h"
+
+const char DiacriticMarks[9] = {'\xF3', '\xF0', '\xF5', '\xF1', '\xF6', '\xF2', '\xF8', '\xFA', '\0'};
+
+namespace {
+constexpr int kMaxLevel = 1024;
+constexpr unsigned char kArabicQuestionMark = 0xBF;
+
+bool IsIn(const char* set, unsigned char byte) {
+    return set && byte != 0 && std::strchr(set, static_cast<char>(byte)) != nullptr;
+}
+
+// The records of every cell, gathered in rising order while the file is read. Lists
+// of record numbers take far less memory than a plain bitmap per cell.
+class CellLists {
+public:
+    void Add(int level, int key, DWORD record) {
+        if (level >= static_cast<int>(m_levels.size())) m_levels.resize(static_cast<std::size_t>(level) + 1);
+        auto& cells = m_levels[static_cast<std::size_t>(level)];
+        if (key >= static_cast<int>(cells.size())) cells.resize(static_cast<std::size_t>(key) + 1);
+        cells[static_cast<std::size_t>(key)].push_back(record);
+    }
+
+    // One compressed element per non-empty cell, in the form that compressing the
+    // cell's plain bitmap gives; each list is dropped as soon as it is turned.
+    void Fill(CBitArrayCollection& collection, int records) {
+        std::vector<unsigned char> plain(static_cast<std::size_t>(records) / 8 + 1, 0);
+        for (std::size_t level = 0; level < m_levels.size(); ++level) {
+            auto& cells = m_levels[level];
+            for (std::size_t key = 0; key < cells.size(); ++key) {
+                std::vector<DWORD>& list = cells[key];
+                if (list.empty()) continue;
+                for (DWORD r : list) plain[r / 8] |= static_cast<unsigned char>(1u << (r & 7));
+                int length = static_cast<int>(list.back() / 8 + 1);
+                unsigned char* packed = nullptr;
+                int packedLength = 0;
+                CBitArray::Compress(plain.data(), length, packed, packedLength);
+                std::memset(plain.data(), 0, static_cast<std::size_t>(length));
+                std::vector<DWORD>().swap(list);
+                CBitArray* element = collection.GetAt(static_cast<int>(level))->GetAt(static_cast<int>(key));
+                element->SetCompressed(true);
+                element->Attach(packed, packedLength);
+            }
+            std::vector<std::vector<DWORD>>().swap(cells);
+        }
+    }
+
+private:
+    std::vector<std::vector<std::vector<DWORD>>> m_levels;
+};
+
+// True when `p` is a run of stars up to the end of the pattern.
+bool OnlyStars(const unsigned char* p) {
+    while (*p == '*') ++p;
+    return *p == 0;
+}
+
+// W becomes `cell` when W is empty, else W AND `cell`.
+void Narrow(CBitArray& words, const CBitArray& cell) {
+    if (words.GetLength() == 0) {
+        words = cell;
+    } else {
+        words &= cell;
+    }
+}
+}  // namespace
+
+void CTextBinFile::IndexForWildCards(CBinFile* file, const char* marks, bool (*progress)(int, int)) {
+    CellLists cells;
+    int n = CBinFile::GetRecordCount();
+    CString text;
+    for (int i = 0; i < n; ++i) {
+        if (progress && !progress(i, n)) break;
+        GetString(i, text, false);
+        if (text.IsEmpty()) continue;
+        int letters = 0, marksSince = 0;
+        for (const unsigned char* p = reinterpret_cast<const unsigned char*>(static_cast<const char*>(text)); *p; ++p) {
+            bool mark = IsIn(marks, *p);
+            int level = mark ? 2 * letters + marksSince : letters;
+            if (level > kMaxLevel) continue;  // too deep: skipped, the counters stay
+            cells.Add(level + 1, *p, static_cast<DWORD>(i));
+            if (mark) {
+                ++marksSince;
+            } else {
+                ++letters;
+                marksSince = 0;
+            }
+        }
+        cells.Add(0, letters, static_cast<DWORD>(i));
+    }
+    CBitArrayCollection collection;
+    cells.Fill(collection, n);
+    collection.Save(file, opOr, true, false, progress);
+}
+
+void CTextBinFile::IndexForWildCards(const char* path, const char* marks, bool (*progress)(int, int)) {
+    CBinFile file(path, CFile::modeCreate | CFile::modeReadWrite);
+    IndexForWildCards(&file, marks, progress);
+}
+
+int CTextBinFile::Find(CNDimBitsBinFile* index, const char* pattern, Operation op, const char* marks,
+                       bool ignoreCase, CBitArray& result) {
+    return FindTokenForWildCards(index, pattern, op, marks, ignoreCase, 0, result);
+}
+
+int CTextBinFile::Find(const char* path, const char* pattern, Operation op, const char* marks, bool ignoreCase,
+                       CBitArray& result) {
+    CNDimBitsBinFile index(path, CFile::shareDenyNone);
+    return Find(&index, pattern, op, marks, ignoreCase, result);
+}
+
+int CTextBinFile::FindTokenForWildCards(CNDimBitsBinFile* index, const char* pattern, Operation op,
+                                        const char* marks, bool ignoreCase, int startLevel, CBitArray& result) {
+    if (!pattern) {
+        GetRecordsBitmap(result);
+        if (op == opEqual) result.Invert(GetRecordCount());
+        return 1;
+    }
+    result.FreeBuffer();
+    if (!*pattern) return -1;
+    const auto* rest = reinterpret_cast<const unsigned char*>(pattern);
+    int firstLevel = startLevel;
+    int endLevel = startLevel + 1;
+    if (*rest == '*') {
+        while (*rest == '*') ++rest;
+        if (!*rest && startLevel == 0) {
+            if (GetRecordCount() > 0) result.SetRange(0, GetRecordCount() - 1);
+            return 1;
+        }
+        int lengthKey[] = {0};
+        endLevel = index->GetRecordCount(1, lengthKey);
+    }
+    CBitArray words(false), cell(false);
+    for (int level = firstLevel; level < endLevel; ++level) {
+        int p = level, r = 0;
+        words.FreeBuffer();
+        bool checkLength = *rest != 0;
+        bool lastLevel = false;
+        for (const unsigned char* q = rest; *q; ++q) {
+            if (*q == '?' || *q == kArabicQuestionMark) {
+                ++p;
+                r = 0;
+                continue;
+            }
+            if (*q == '*') {
+                checkLength = false;
+                if (OnlyStars(q)) break;  // a trailing star: any ending
+                lastLevel = true;          // an inner star tries the first level only
+                if (FindTokenForWildCards(index, reinterpret_cast<const char*>(q), op, marks, ignoreCase, p, cell) == -1) {
+                    words.FreeBuffer();
+                } else {
+                    Narrow(words, cell);
+                }
+                break;
+            }
+            int levelKey;
+            if (IsIn(DiacriticMarks, *q)) {
+                levelKey = 2 * p + r + 1;
+                ++r;
+            } else {
+                levelKey = p + 1;
+                ++p;
+                r = 0;
+            }
+            int keys[2] = {*q, *q};
+            int keyCount = 1;
+            if (ignoreCase && std::tolower(*q) != std::toupper(*q)) {
+                keys[0] = std::tolower(*q);
+                keys[1] = std::toupper(*q);
+                keyCount = 2;
+            }
+            int path[] = {levelKey};
+            index->GetRecords(1, path, keyCount, keys, cell, true, words.GetLength() ? words.GetLength() : -1);
+            Narrow(words, cell);
+            if (words.GetLength() == 0) {
+                checkLength = false;
+                break;
+            }
+        }
+        if (checkLength) {
+            int path[] = {0, p};
+            index->GetRecord(2, path, cell, words.GetLength() ? words.GetLength() : -1);
+            Narrow(words, cell);
+        }
+        if (words.GetLength() != 0) result |= words;
+        if (lastLevel) break;
+    }
+    if (startLevel == 0 && (op & (opEqual | opNot)) == (opEqual | opNot)) result.Invert(GetRecordCount());
+    return result.IsEmpty() ? -1 : 1;
+}

@@ -1,0 +1,212 @@
+#include <gtest/gtest.h>
+
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Dorvik01.h"
+#include "TestUtil.h"
+#include "dorvik/BitArray.h"
+#include "dorvik/BitsBinFile.h"
+
+namespace {
+CBitArray Bits(std::initializer_list<int> bits) {
+    CBitArray a;
+    for (int b : bits) a.SetAt(b);
+    return a;
+}
+
+std::set<int> SetOf(const CBitArray& a) {
+    std::set<int> out;
+    for (int i = 0; i < a.GetLength() * 8; ++i)
+        if (a.GetAt(i)) out.insert(i);
+    return out;
+}
+
+std::set<int> Row(CBitsBinFile& f, int index) {
+    CBitArray a;
+    f.GetRecord(index, a, -1);
+    return SetOf(a);
+}
+
+void AddRows(CBitsBinFile& f, const std::vector<std::set<int>>& rows) {
+    for (const auto& row : rows) {
+        CBitArray a;
+        for (int b : row) a.SetAt(b);
+        f.Add(&a);
+    }
+}
+}  // namespace
+
+TEST(BitRecordFile, StoresRecordsCompressedAndReadsThemExpanded) {
+    TempDir dir;
+    CBitsBinFile f(dir.Path("a").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+    unsigned char plain[] = {0, 0, 0, 5, 0xFF, 0xFF, 0};
+    f.Add(plain, sizeof plain);
+    unsigned char zeros[8] = {};
+    f.Add(zeros, sizeof zeros);  // all zero: an empty record
+    EXPECT_EQ(ReadAll(dir.Path("a")), Cat({Hex("01 000300 05 FF0200"), Words({0, 8, 8})}));
+    unsigned char* raw = nullptr;
+    int length = 0;
+    f.GetRecord(0, raw, length, true);  // the stored bytes
+    EXPECT_EQ(Bytes(raw, raw + length), Hex("01 000300 05 FF0200"));
+    DropBlock(raw);
+    f.GetRecord(0, raw, length, -1);  // expanded, trailing zero byte gone
+    EXPECT_EQ(Bytes(raw, raw + length), Hex("00000005 FFFF"));
+    DropBlock(raw);
+    raw = reinterpret_cast<unsigned char*>(1);
+    f.GetRecord(1, raw, length, -1);
+    EXPECT_EQ(raw, nullptr);
+    EXPECT_EQ(length, 0);
+    CBitArray packed(true);
+    f.GetRecord(0, packed, -1);  // a compressed target gets the stored form
+    EXPECT_EQ(packed.GetLength(), 8);
+    f.Modify(1, &packed);
+    EXPECT_EQ(Row(f, 1), Row(f, 0));
+}
+
+TEST(BitRecordFile, UnitesAndIntersectsRecords) {
+    TempDir dir;
+    CBitsBinFile f(dir.Path("a").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+    AddRows(f, {{1, 2, 300}, {}, {2, 300, 301}, {2, 9}});
+    CBitArray result(true);  // comes back plain
+    int list[] = {0, 2, 3};
+    f.GetRecords(3, list, result, false, -1);
+    EXPECT_FALSE(result.IsCompressed());
+    EXPECT_EQ(SetOf(result), (std::set<int>{2}));
+    f.GetRecords(3, list, result, true, -1);
+    EXPECT_EQ(SetOf(result), (std::set<int>{1, 2, 9, 300, 301}));
+    int emptyFirst[] = {1, 0};
+    f.GetRecords(2, emptyFirst, result, false, -1);
+    EXPECT_EQ(result.GetLength(), 0);
+    f.GetRecords(2, emptyFirst, result, true, -1);  // an empty start is refilled
+    EXPECT_EQ(SetOf(result), (std::set<int>{1, 2, 300}));
+    f.GetRecords(0, nullptr, result, true, -1);
+    EXPECT_EQ(result.GetLength(), 0);
+    f.GetRecords(nullptr, result, false, -1);  // all non-empty records
+    EXPECT_EQ(SetOf(result), (std::set<int>{2}));
+    CBitArray some = Bits({0, 2});
+    f.GetRecords(&some, result, true, -1);
+    EXPECT_EQ(SetOf(result), (std::set<int>{1, 2, 300, 301}));
+    f.GetRecords(3, list, result, true, 1);  // the limit keeps the low bits exact
+    EXPECT_TRUE(result.GetAt(1) && result.GetAt(2));
+}
+
+TEST(BitRecordFile, TransposesByRankAndByBit) {
+    TempDir dir;
+    CBitsBinFile f(dir.Path("a").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+    AddRows(f, {{3, 9}, {9}});
+    CBitsBinFile byRank(dir.Path("r").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+    byRank.Add(nullptr, 0);
+    f.Invert(nullptr, true, nullptr, &byRank);
+    EXPECT_FALSE(byRank.IsSafeMode());
+    EXPECT_EQ(byRank.GetRecordCount(), 2);
+    EXPECT_EQ(Row(byRank, 0), (std::set<int>{0}));
+    EXPECT_EQ(Row(byRank, 1), (std::set<int>{0, 1}));
+    f.Invert(nullptr, false, nullptr, nullptr);  // in place, by bit number
+    EXPECT_EQ(f.GetRecordCount(), 10);
+    EXPECT_EQ(Row(f, 3), (std::set<int>{0}));
+    EXPECT_EQ(Row(f, 9), (std::set<int>{0, 1}));
+    for (int r : {0, 1, 2, 4, 5, 6, 7, 8}) EXPECT_EQ(f.GetRecordLength(r), 0);
+    f.Close();
+    EXPECT_TRUE(CBinFile::IsValidBinFile(dir.Path("a").c_str()));
+}
+
+TEST(BitRecordFile, TransposesWithAnExplicitColumnSet) {
+    TempDir dir;
+    CBitsBinFile f(dir.Path("a").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+    AddRows(f, {{1, 4, 20000}, {4, 7}});
+    CBitsBinFile out(dir.Path("o").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+    CBitArray columns = Bits({4, 5, 7});  // 5 is in no record; 1 and 20000 are outside
+    f.Invert(&columns, true, nullptr, &out);
+    EXPECT_EQ(out.GetRecordCount(), 3);
+    EXPECT_EQ(Row(out, 0), (std::set<int>{0, 1}));
+    EXPECT_EQ(out.GetRecordLength(1), 0);
+    EXPECT_EQ(Row(out, 2), (std::set<int>{1}));
+    CBitsBinFile empty(dir.Path("e").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+    empty.Invert(nullptr, true, nullptr, &out);  // no records: the target keeps its own
+    EXPECT_EQ(out.GetRecordCount(), 3);
+}
+
+TEST(BitRecordFile, TransposeRoundTripsARandomMatrix) {
+    TempDir dir;
+    std::mt19937 rng(5);
+    std::vector<std::set<int>> rows(300);
+    for (auto& row : rows)
+        for (int k = 0; k < 20; ++k) row.insert(static_cast<int>(rng() % 40000));
+    CBitsBinFile f(dir.Path("a").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+    AddRows(f, rows);
+    CBitsBinFile t(dir.Path("t").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+    f.Invert(nullptr, false, nullptr, &t);
+    t.Invert(nullptr, false, nullptr, nullptr);
+    ASSERT_EQ(t.GetRecordCount(), 300);
+    for (int r = 0; r < 300; ++r) EXPECT_EQ(Row(t, r), rows[static_cast<std::size_t>(r)]);
+}
+
+TEST(BitRecordFile, ChangesAndReadsSingleBits) {
+    TempDir dir;
+    CBitsBinFile f(dir.Path("a").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+    f.SetAt(2, 5);  // past the end: the file grows
+    EXPECT_EQ(f.GetRecordCount(), 3);
+    EXPECT_TRUE(f.GetAt(2, 5));
+    EXPECT_FALSE(f.GetAt(2, 4));
+    EXPECT_FALSE(f.GetAt(2, 800));
+    EXPECT_FALSE(f.GetAt(7, 5));
+    EXPECT_EQ(f.GetIndexBit(2, 0), 0);
+    EXPECT_EQ(f.GetIndexBit(2, 1), 6);
+    EXPECT_EQ(f.GetIndexBit(2, 2), 8);
+    f.SetAt(2, 2);
+    DWORD length = f.CFile::GetLength();
+    f.SetAt(2, 2);  // already set: nothing written
+    EXPECT_EQ(f.CFile::GetLength(), length);
+    EXPECT_EQ(f.GetBitIndex(2, 0), -1);
+    EXPECT_EQ(f.GetBitIndex(2, 1), -1);
+    EXPECT_EQ(f.GetBitIndex(2, 3), 0);
+    EXPECT_EQ(f.GetBitIndex(2, 5), 1);
+    EXPECT_EQ(f.GetBitIndex(2, 1000), 1);
+    EXPECT_EQ(f.GetBitIndex(0, 3), -1);
+    EXPECT_EQ(f.GetCount(2), 2);
+    f.SetAt(1, 100000);
+    EXPECT_EQ(f.GetCount(1), 1);
+    f.ResetAt(2, 5);
+    f.ResetAt(2, 2);
+    EXPECT_EQ(f.GetRecordLength(2), 0);
+    f.ResetAt(2, 2);
+    f.SetAt(0, -1);  // a negative bit changes nothing
+    EXPECT_EQ(f.GetRecordLength(0), 0);
+}
+
+TEST(BitRecordFile, UnitesAndIntersectsWholeFiles) {
+    TempDir dir;
+    {
+        CBitsBinFile src(dir.Path("s").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+        AddRows(src, {{1}, {}, {2, 50}, {7}});
+        CBitsBinFile dst(dir.Path("d").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+        AddRows(dst, {{1, 3}, {4}, {50}});
+    }
+    CBitsBinFile::OrFiles(dir.Path("s").c_str(), dir.Path("d").c_str());
+    CBitsBinFile d(dir.Path("d").c_str(), CFile::modeReadWrite);
+    EXPECT_EQ(d.GetRecordCount(), 4);
+    EXPECT_EQ(Row(d, 0), (std::set<int>{1, 3}));
+    EXPECT_EQ(Row(d, 1), (std::set<int>{4}));
+    EXPECT_EQ(Row(d, 2), (std::set<int>{2, 50}));
+    EXPECT_EQ(Row(d, 3), (std::set<int>{7}));
+    CBitsBinFile narrow(dir.Path("n").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+    AddRows(narrow, {{3}, {5}, {50}});
+    d.And(&narrow);
+    EXPECT_EQ(d.GetRecordCount(), 3);  // past the source's count: gone
+    EXPECT_EQ(Row(d, 0), (std::set<int>{3}));
+    EXPECT_EQ(d.GetRecordLength(1), 0);
+    EXPECT_EQ(Row(d, 2), (std::set<int>{50}));
+    CBitsBinFile tail(dir.Path("t").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+    AddRows(tail, {{3}, {}, {}});
+    d.And(&tail);  // trailing records left empty go too
+    EXPECT_EQ(d.GetRecordCount(), 1);
+    CBitsBinFile none(dir.Path("z").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+    d.Or(&none);
+    EXPECT_EQ(d.GetRecordCount(), 1);
+    d.And(&none);
+    EXPECT_EQ(d.GetRecordCount(), 0);
+    EXPECT_THROW(d.Or(dir.Path("missing").c_str()), CFileException);
+}

@@ -1,0 +1,79 @@
+#include "TestUtil.h"
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+TempDir::TempDir() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "dorvik-test-XXXXXX").string();
+    if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+    m_path = pattern;
+}
+
+TempDir::~TempDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
+}
+
+Bytes B(const std::string& text) { return Bytes(text.begin(), text.end()); }
+
+Bytes Hex(const std::string& digits) {
+    Bytes out;
+    std::string pending;
+    for (char c : digits) {
+        if (c == ' ' || c == '\n') continue;
+        pending += c;
+        if (pending.size() == 2) {
+            out.push_back(static_cast<unsigned char>(std::stoul(pending, nullptr, 16)));
+            pending.clear();
+        }
+    }
+    if (!pending.empty()) throw std::invalid_argument("odd number of hex digits");
+    return out;
+}
+
+Bytes Words(std::initializer_list<unsigned> words) {
+    Bytes out;
+    for (unsigned w : words) {
+        for (int i = 0; i < 4; ++i) out.push_back(static_cast<unsigned char>(w >> (8 * i)));
+    }
+    return out;
+}
+
+Bytes Cat(std::initializer_list<Bytes> parts) {
+    Bytes out;
+    for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+
+Bytes ReadAll(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void WriteAll(const std::string& path, const Bytes& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+bool Exists(const std::string& path) {
+    struct stat st;
+    return ::stat(path.c_str(), &st) == 0;
+}
+
+Bytes RecordFileImage(const std::vector<Bytes>& records) {
+    Bytes data;
+    Bytes table;
+    unsigned offset = 0;
+    for (const Bytes& r : records) {
+        table = Cat({table, Words({offset})});
+        data.insert(data.end(), r.begin(), r.end());
+        offset += static_cast<unsigned>(r.size());
+    }
+    table = Cat({table, Words({offset})});
+    return Cat({data, table});
+}

@@ -1,0 +1,34 @@
+// Helpers shared by the test suites: a temporary directory per test and byte helpers.
+#pragma once
+
+#include <string>
+#include <vector>
+
+using Bytes = std::vector<unsigned char>;
+
+// A directory of its own for one test, removed with all it holds at the end.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    std::string Path(const std::string& name) const { return m_path + "/" + name; }
+    const std::string& Root() const { return m_path; }
+
+private:
+    std::string m_path;
+};
+
+// The bytes of a text, without terminator.
+Bytes B(const std::string& text);
+// Bytes from hex digits; blanks are ignored ("61 62 00000000" is 6 bytes).
+Bytes Hex(const std::string& digits);
+// Little-endian 32-bit words.
+Bytes Words(std::initializer_list<unsigned> words);
+Bytes Cat(std::initializer_list<Bytes> parts);
+Bytes ReadAll(const std::string& path);
+void WriteAll(const std::string& path, const Bytes& bytes);
+bool Exists(const std::string& path);
+// The record file image of a list of records, built by hand.
+Bytes RecordFileImage(const std::vector<Bytes>& records);
