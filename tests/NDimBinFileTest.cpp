@@ -189,7 +189,7 @@ TEST(NestedRecordFile, RandomChangesMatchAModel) {
                 path[1] = after;
                 f.Insert(2, path, P(text.c_str()), static_cast<int>(text.size()));
                 if (after + 1 > n) inner.resize(static_cast<std::size_t>(after) + 2);
-                inner.insert(inner.begin() + after + 1, text);
+                inner.insert(inner.begin() + (after + 1), text);
                 break;
             }
             case 2:

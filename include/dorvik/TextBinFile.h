@@ -31,8 +31,8 @@
 class CBitArray;
 class CNDimBitsBinFile;
 
-// ---- Wildcard search (implemented with the wildcard index, not in this file's storage) ----
-// The eight Windows-1256 mark bytes F3 F0 F5 F1 F6 F2 F8 FA, then a zero byte.
+// The eight Windows-1256 mark bytes F3 F0 F5 F1 F6 F2 F8 FA, then a zero byte: the
+// marks of the wildcard index and of diacritization. Defined with the wildcard search.
 extern DORVIK_API const char DiacriticMarks[9];
 
 class DORVIK_API CTextBinFile : public CBinFile {
@@ -43,9 +43,10 @@ public:
     // cannot be opened).
     CTextBinFile(const char* path, UINT flags);
     // Deletes the filter and releases the blocks; the index file is left alone. In
-    // sort-tree mode the words are written back first as FreeSortTree does; errors of
-    // that write are dropped (a destructor never throws), so call Close or FreeSortTree
-    // to see them.
+    // sort-tree mode the words are first written to the file as FreeSortTree does, but
+    // the index file is not touched (it may be destroyed already) and so does not list
+    // the words added in that mode. Errors of that write are dropped (a destructor never
+    // throws): call Close or FreeSortTree to rebuild the index file and see errors.
     ~CTextBinFile() override;
 
     // The inherited forms stay visible; they take record numbers, except the GetRecord
@@ -81,8 +82,9 @@ public:
     // ---- Numbering -------------------------------------------------------------------
 
     // The number of serials: the filter's count of set bits when there is a filter; else
-    // in sort-tree mode the tree's count; else the index file's record count when one is
-    // attached (the view is what the index file lists); else the number of records.
+    // in sort-tree mode the tree's count (a repeat that a unique tree refused does not
+    // count); else the index file's record count when one is attached (the view is what
+    // the index file lists); else the number of records.
     int GetRecordCount();
     // The record number of a serial; -1 when the serial lies outside the view or the
     // index file names no record of the file.
@@ -117,8 +119,9 @@ public:
     // the equal word the search met, or at its place in order; without index file the
     // file stays physically sorted, with one the record is appended and the index file
     // gets its entry. With a filter the new word's bit is opened, so it joins the view.
+    // An empty word equals an empty record; any other word sorts behind one.
     // Sort-tree mode: `sorted` and `duplicates` are not read; a tree made with `unique`
-    // refuses a word it holds.
+    // refuses a word it holds; the word is kept in memory until FreeSortTree.
     // Returns false when the word was refused. `record` receives the record number of
     // the new word, or of the equal word that refused it (in sort-tree mode: of the
     // first occurrence of the word, also when a repeat was stored).
@@ -148,7 +151,8 @@ public:
     // with its record number as id. With `unique` the tree refuses repeated words; on a
     // file that already holds a word twice the later copies stay records but stay out of
     // the tree, and so out of the index file that FreeSortTree writes. `reserved` is not
-    // read. Nothing happens in sort-tree mode. On an exception the object stays plain.
+    // read. Nothing happens in sort-tree mode. Throws CFileException(invalidFile) for a
+    // file without a valid table, CMemoryException; the object then stays plain.
     void InitSortTree(bool ascending, bool unique, char* reserved, bool (*progress)(int, int));
     // Leaves sort-tree mode: the index file, when attached, is emptied and gets the
     // record numbers in word order (falling when not `ascending`; repeats behind their
@@ -161,8 +165,8 @@ public:
     // InitSortTree then FreeSortTree: rebuilds the index file from the present words.
     void Sort(bool ascending, bool unique, char* reserved, bool (*progress)(int, int));
     // Writes the two blocks over the file (data, then table, two writes), switches to
-    // safe mode, cuts the file, flushes and reloads the table. Nothing outside the
-    // memory state of InitSortTree.
+    // safe mode, cuts the file, flushes and reloads the table. Nothing outside
+    // sort-tree mode. Throws CFileException.
     void UpdateFile();
 
     // ---- Direct search ---------------------------------------------------------------
@@ -180,14 +184,16 @@ public:
     //  - `wholeWord` alone: the text stands in the record between the record's start or a
     //    blank and a blank or the record's end (an empty text finds nothing);
     //  - otherwise: the text stands anywhere in the record.
-    // `binary` bisects a view that must be sorted, in O(log n) reads plus the run of
-    // words that begin with the text; it needs `anchored` (without it the view is
-    // walked). It returns the first word of that run in the order of the search: the
-    // lowest above `start` forward, the highest below `start` backward.
+    // `binary` bisects a view that must be sorted: O(log n) reads find the end of the
+    // run of matching words on the side the search comes from, and the run is walked
+    // from there. It needs `anchored` (without it the view is walked). The result is the
+    // walk's: the lowest match above `start` forward, the highest below it backward
+    // (with `wrap`, in the second pass, the same within its range).
     // `accept` (or null) is called with each serial before it is tested: -1 ends the
     // search with -1, 1 tests the word, any other value skips it. With `binary` the
-    // bisection itself does not call it: the first accepted matching word of the run
-    // is returned, and a run with none gives nothing.
+    // bisection does not call it, only the walk over the run: the first accepted match
+    // of the run is the result, and a run without one gives nothing.
+    // Throws CFileException from the reads.
     int Find(int start, const char* text, const char* ignore, bool backward, bool wholeWord, bool anchored,
              bool wrap, bool binary, bool exact, int (*accept)(int));
 
@@ -243,6 +249,12 @@ private:
 
     // Records held in the blocks (sort-tree mode) or in the file.
     int StoredCount();
+    // The index file's record count as the view uses it (0 without index file).
+    int IndexCount(int viewCount);
+    // The record of a serial inside the view (0 .. view count - 1), the index file's
+    // count measured once by the caller; -1 when the view names none. Not checked
+    // against the file.
+    int ViewRecord(int serial, int indexCount);
     // The text of record `record` into `text`, cut at the first zero; empty out of range.
     void ReadRecordText(int record, CString& text);
     // Insert behind serial `serial`; returns the new record's number.

@@ -21,6 +21,15 @@ struct BlockDropper {
     void operator()(void* block) const { DropBlock(block); }
 };
 
+// One integer record as CIXFile::GetRecord decodes it: a set top bit of a 1- to 3-byte
+// record reads as -1.
+int DecodeIndexRecord(const unsigned char* p, int size) {
+    DWORD v = 0;
+    for (int b = 0; b < size; ++b) v |= static_cast<DWORD>(p[b]) << (8 * b);
+    if (size < 4 && (v & (1u << (8 * size - 1)))) return -1;
+    return static_cast<int>(v);
+}
+
 // Reads all records of an integer file as GetRecord decodes them, physically.
 std::vector<int> ReadIndexEntries(CIXFile& index) {
     const int size = index.GetRecordSize();
@@ -30,23 +39,19 @@ std::vector<int> ReadIndexEntries(CIXFile& index) {
     std::vector<unsigned char> raw(static_cast<std::size_t>(count) * static_cast<std::size_t>(size));
     index.Seek(0, CFile::begin);
     index.Read(raw.data(), static_cast<UINT>(raw.size()));
-    for (int i = 0; i < count; ++i) {
-        const unsigned char* p = raw.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(size);
-        DWORD v = 0;
-        for (int b = 0; b < size; ++b) v |= static_cast<DWORD>(p[b]) << (8 * b);
-        if (size < 4 && (v & (1u << (8 * size - 1)))) entries[static_cast<std::size_t>(i)] = -1;
-        else entries[static_cast<std::size_t>(i)] = static_cast<int>(v);
-    }
+    const std::size_t step = static_cast<std::size_t>(size);
+    for (std::size_t i = 0; i < entries.size(); ++i) entries[i] = DecodeIndexRecord(raw.data() + i * step, size);
     return entries;
 }
 
 // Replaces the whole content of an integer file by `entries`, in its record size.
 void WriteIndexEntries(CIXFile& index, const std::vector<int>& entries) {
     const int size = index.GetRecordSize();
-    std::vector<unsigned char> raw(entries.size() * static_cast<std::size_t>(size));
+    const std::size_t step = static_cast<std::size_t>(size);
+    std::vector<unsigned char> raw(entries.size() * step);
     for (std::size_t i = 0; i < entries.size(); ++i) {
         DWORD v = static_cast<DWORD>(entries[i]);
-        for (int b = 0; b < size; ++b) raw[i * static_cast<std::size_t>(size) + static_cast<std::size_t>(b)] = static_cast<unsigned char>(v >> (8 * b));
+        for (int b = 0; b < size; ++b) raw[i * step + static_cast<std::size_t>(b)] = static_cast<unsigned char>(v >> (8 * b));
     }
     index.Seek(0, CFile::begin);
     index.Write(raw.data(), static_cast<UINT>(raw.size()));
@@ -74,6 +79,9 @@ CTextBinFile::CTextBinFile(const char* path, UINT flags) : CBinFile(path, flags)
 CTextBinFile::~CTextBinFile() {
     if (m_bSortTree) {
         try {
+            // The index file is the caller's and may be gone by now: only the words are
+            // written.
+            m_pIndexFile = nullptr;
             FreeSortTree(m_bAscending, nullptr);
         } catch (...) {
             // A destructor cannot report; Close and FreeSortTree show this error.
@@ -127,19 +135,34 @@ int CTextBinFile::GetRecordCount() {
     return CBinFile::GetRecordCount();
 }
 
-int CTextBinFile::GetSerialRecord(int serial) {
-    if (serial < 0 || serial >= GetRecordCount()) return -1;
+int CTextBinFile::IndexCount(int viewCount) {
+    if (!m_pIndexFile) return 0;
+    // Without filter and tree the view count is the index file's count already.
+    return (m_pFilter || m_bSortTree) ? m_pIndexFile->GetRecordCount() : viewCount;
+}
+
+int CTextBinFile::ViewRecord(int serial, int indexCount) {
     int position = serial;
     if (m_pFilter) {
         position = m_pFilter->GetIndexBit(serial);
         if (position < 0) return -1;
     }
-    int record = position;
-    if (m_pIndexFile) {
-        // Filter bits may reach past the index file; its init value must not pass as a record.
-        if (m_pFilter && position >= m_pIndexFile->GetRecordCount()) return -1;
-        record = m_pIndexFile->GetRecord(position);
-    }
+    if (!m_pIndexFile) return position;
+    // Filter bits may reach past the index file; its init value must not pass as a record.
+    if (position < 0 || position >= indexCount) return -1;
+    if (m_pIndexFile->GetIndexFile()) return m_pIndexFile->GetRecord(position);
+    // One read of one entry: the counts are known, so no length query is needed.
+    const int size = m_pIndexFile->GetRecordSize();
+    unsigned char entry[4] = {0, 0, 0, 0};
+    m_pIndexFile->Seek(static_cast<LONG>(position) * size, CFile::begin);
+    m_pIndexFile->Read(entry, static_cast<UINT>(size));
+    return DecodeIndexRecord(entry, size);
+}
+
+int CTextBinFile::GetSerialRecord(int serial) {
+    const int count = GetRecordCount();
+    if (serial < 0 || serial >= count) return -1;
+    int record = ViewRecord(serial, IndexCount(count));
     return (record < 0 || record >= StoredCount()) ? -1 : record;
 }
 
@@ -232,12 +255,18 @@ bool CTextBinFile::Add(const char* text, int length, int& record, bool sorted, b
     // equal one without reading the rest of it.
     std::unique_ptr<unsigned char[]> scratch(new (std::nothrow) unsigned char[static_cast<std::size_t>(length) + 2]);
     if (!scratch) throw CMemoryException();
+    const int indexCount = IndexCount(n);
+    const int stored = StoredCount();
     int low = 0, high = n - 1, probe = 0, c = 1;
     while (low <= high) {
         probe = low + (high - low) / 2;
         unsigned char* buffer = scratch.get();
-        int got = length + 1;
-        GetRecord(probe, buffer, got, false);
+        int got = 0;
+        int r = ViewRecord(probe, indexCount);
+        if (r >= 0 && r < stored) {
+            got = length + 1;
+            GetRecords(r, r, buffer, got, false);
+        }
         if (got <= 0) {
             c = length == 0 ? 0 : 1;  // an empty record sorts before every word
         } else {

@@ -85,11 +85,13 @@ int CTextBinFile::Find(int start, const char* text, const char* ignore, bool bac
     if (start < -1) start = -1;
     if (start > n) start = n;
 
-    // One read buffer and one stripped copy serve every record of the call.
+    // One read buffer and one stripped copy serve every record of the call; the view is
+    // measured once.
+    const int indexCount = IndexCount(n);
     CString raw;
     std::string record;
     auto read = [&](int serial) -> const std::string& {
-        GetString(serial, raw, true);
+        ReadRecordText(ViewRecord(serial, indexCount), raw);
         matcher.Strip(raw, record);
         return record;
     };
@@ -106,41 +108,34 @@ int CTextBinFile::Find(int start, const char* text, const char* ignore, bool bac
         return -1;
     };
 
-    // Bisection of lo..hi, then the run of words that begin with the text, from its end
-    // on the side of the search; the first accepted match of the run is the result.
+    // Bisection of lo..hi for the end of the run of matching words on the side the
+    // search comes from: forward the lowest serial whose comparison is 0 or above,
+    // backward the highest whose comparison is 0 or below. From there the run is walked
+    // in the direction of the search, and its first accepted match is the result.
     auto bisect = [&](int lo, int hi) -> int {
-        int first = lo, last = hi, hit = -1;
-        while (first <= last) {
-            int middle = first + (last - first) / 2;
-            int c = matcher.Compare(read(middle));
-            if (c == 0) {
-                hit = middle;
-                break;
-            }
-            if (c > 0) last = middle - 1;
-            else first = middle + 1;
+        int a = lo, b = hi + 1;  // forward: the answer lies in a..b, b meaning none
+        if (backward) {
+            a = lo - 1;
+            b = hi;  // backward: the answer lies in a..b, a meaning none
         }
-        if (hit < 0) return -1;
-        int s;
-        if (!backward) {
-            int a = lo, b = hit;  // the run's first word lies in a..b; b begins with the text
-            while (a < b) {
+        while (a < b) {
+            if (!backward) {
                 int m = a + (b - a) / 2;
-                if (matcher.Prefix(read(m))) b = m;
+                if (matcher.Compare(read(m)) >= 0) b = m;
                 else a = m + 1;
-            }
-            s = b;
-        } else {
-            int a = hit, b = hi;  // the run's last word lies in a..b; a begins with the text
-            while (a < b) {
-                int m = a + (b - a + 1) / 2;
-                if (matcher.Prefix(read(m))) a = m;
+            } else {
+                int m = b - (b - a) / 2;
+                if (matcher.Compare(read(m)) <= 0) a = m;
                 else b = m - 1;
             }
-            s = a;
         }
-        for (int step = backward ? -1 : 1; backward ? s >= lo : s <= hi; s += step) {
-            if (!matcher.Prefix(read(s))) break;
+        int s = backward ? a : b;
+        const int step = backward ? -1 : 1;
+        for (; s >= lo && s <= hi; s += step) {
+            // Exact and prefix matches stand together; whole words may have words
+            // between them that share the beginning, so the walk goes on over those.
+            const std::string& r = read(s);
+            if (wholeWord && !exact ? !matcher.Prefix(r) : matcher.Compare(r) != 0) break;
             int v = verdict(s);
             if (v == -1) return kStop;
             if (v != 1) continue;

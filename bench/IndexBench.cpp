@@ -1,0 +1,147 @@
+// Index files: transposing a sparse matrix, unions and intersections of records, and
+// a length-changing write three levels deep in a large nested file. Peers: the same
+// work on sorted number lists in memory (std::vector and <algorithm>).
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <Dorvik01.h>
+
+namespace {
+std::string BenchPath(const char* name) { return std::string("/tmp/dorvik-bench-") + name; }
+
+double PeakMegabytes() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return static_cast<double>(usage.ru_maxrss) / 1024.0;
+}
+
+// Rows of `bitsPerRow` random columns below `columns`, sorted.
+std::vector<std::vector<unsigned>> RandomRows(int rows, int columns, int bitsPerRow, unsigned seed) {
+    std::mt19937 rng(seed);
+    std::vector<std::vector<unsigned>> out(static_cast<std::size_t>(rows));
+    for (auto& row : out) {
+        for (int k = 0; k < bitsPerRow; ++k) row.push_back(rng() % static_cast<unsigned>(columns));
+        std::sort(row.begin(), row.end());
+        row.erase(std::unique(row.begin(), row.end()), row.end());
+    }
+    return out;
+}
+
+void WriteRows(const std::string& path, const std::vector<std::vector<unsigned>>& rows) {
+    CBitsBinFile file(path.c_str(), CFile::modeCreate | CFile::modeReadWrite);
+    file.SetSafeMode(false);
+    for (const auto& row : rows) {
+        CBitArray bits;
+        for (unsigned b : row) bits.SetAt(static_cast<int>(b));
+        file.Add(&bits);
+    }
+}
+
+// 100,000 x 100,000 with 10 million set bits, transposed by column number.
+void BM_InvertSparseMatrix(benchmark::State& state) {
+    std::string source = BenchPath("matrix.bin"), target = BenchPath("matrix-t.bin");
+    WriteRows(source, RandomRows(100000, 100000, 100, 1));
+    for (auto _ : state) {
+        CBitsBinFile in(source.c_str(), CFile::modeRead);
+        CBitsBinFile out(target.c_str(), CFile::modeCreate | CFile::modeReadWrite);
+        in.Invert(nullptr, false, nullptr, &out);
+    }
+    state.counters["set_bits"] = 1e7;
+    state.counters["peak_MB"] = PeakMegabytes();
+    std::remove(source.c_str());
+    std::remove(target.c_str());
+}
+BENCHMARK(BM_InvertSparseMatrix)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+// The peer: the same transposition on lists of numbers held in memory.
+void BM_InvertListsPeer(benchmark::State& state) {
+    auto rows = RandomRows(100000, 100000, 100, 1);
+    for (auto _ : state) {
+        std::vector<std::vector<unsigned>> columns(100000);
+        for (unsigned r = 0; r < rows.size(); ++r)
+            for (unsigned c : rows[r]) columns[c].push_back(r);
+        benchmark::DoNotOptimize(columns.data());
+    }
+}
+BENCHMARK(BM_InvertListsPeer)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+// 100 records of 1,000,000 bits at 1 %: union and intersection.
+const std::vector<std::vector<unsigned>>& SetRows() {
+    static auto rows = RandomRows(100, 1000000, 10000, 2);
+    return rows;
+}
+
+void BM_GetRecordsOf100(benchmark::State& state) {
+    bool unite = state.range(0) == 1;
+    std::string path = BenchPath("sets.bin");
+    WriteRows(path, SetRows());
+    CBitsBinFile file(path.c_str(), CFile::modeRead);
+    std::vector<int> list(100);
+    for (int i = 0; i < 100; ++i) list[static_cast<std::size_t>(i)] = i;
+    for (auto _ : state) {
+        CBitArray result;
+        file.GetRecords(100, list.data(), result, unite, -1);
+        benchmark::DoNotOptimize(result.GetLength());
+    }
+    state.SetLabel(unite ? "union" : "intersection");
+    std::remove(path.c_str());
+}
+BENCHMARK(BM_GetRecordsOf100)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+
+void BM_SortedListsPeer(benchmark::State& state) {
+    bool unite = state.range(0) == 1;
+    const auto& rows = SetRows();
+    for (auto _ : state) {
+        std::vector<unsigned> acc = rows[0], next;
+        for (std::size_t i = 1; i < rows.size(); ++i) {
+            next.clear();
+            if (unite) {
+                std::set_union(acc.begin(), acc.end(), rows[i].begin(), rows[i].end(), std::back_inserter(next));
+            } else {
+                std::set_intersection(acc.begin(), acc.end(), rows[i].begin(), rows[i].end(), std::back_inserter(next));
+            }
+            acc.swap(next);
+        }
+        benchmark::DoNotOptimize(acc.data());
+    }
+    state.SetLabel(unite ? "union" : "intersection");
+}
+BENCHMARK(BM_SortedListsPeer)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+
+// A 100 MB file: 10 top records, each a file of 10 files of 100 records of 10 KB.
+void BM_NestedModifyDepth3(benchmark::State& state) {
+    std::string path = BenchPath("nested.bin");
+    {
+        std::vector<unsigned char> leaf(10240, 'x');
+        CMemBinFile inner, middle;
+        for (int k = 0; k < 100; ++k) inner.Add(leaf.data(), static_cast<int>(leaf.size()));
+        for (int k = 0; k < 10; ++k) {
+            inner.SetSafeMode(true);
+            int length = static_cast<int>(inner.GetLength());
+            middle.Add(nullptr, 0);
+            middle.Modify(k, inner.m_lpBuffer, length);
+        }
+        CBinFile top(path.c_str(), CFile::modeCreate | CFile::modeReadWrite);
+        top.SetSafeMode(false);
+        for (int k = 0; k < 10; ++k) top.Add(middle.m_lpBuffer, static_cast<int>(middle.GetLength()));
+    }
+    CNDimBinFile file(path.c_str(), CFile::modeReadWrite);
+    int where[] = {5, 5, 50};
+    std::vector<unsigned char> shorter(5000, 'y'), longer(20000, 'z');
+    bool flip = false;
+    for (auto _ : state) {
+        std::vector<unsigned char>& data = flip ? longer : shorter;
+        flip = !flip;
+        file.Modify(3, where, data.data(), static_cast<int>(data.size()));
+    }
+    state.counters["file_MB"] = file.CFile::GetLength() / 1048576.0;
+    std::remove(path.c_str());
+}
+BENCHMARK(BM_NestedModifyDepth3)->Unit(benchmark::kMillisecond);
+}  // namespace
