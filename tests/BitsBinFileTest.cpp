@@ -9,6 +9,7 @@
 #include "TestUtil.h"
 #include "dorvik/BitArray.h"
 #include "dorvik/BitsBinFile.h"
+#include "index/BitRecord.h"
 
 namespace {
 CBitArray Bits(std::initializer_list<int> bits) {
@@ -209,4 +210,36 @@ TEST(BitRecordFile, UnitesAndIntersectsWholeFiles) {
     d.And(&none);
     EXPECT_EQ(d.GetRecordCount(), 0);
     EXPECT_THROW(d.Or(dir.Path("missing").c_str()), CFileException);
+}
+
+// Transposition builds and walks compressed forms without plain bitmaps; both must
+// agree byte for byte with compressing and expanding.
+TEST(BitRecordFile, CompressedFormsAreBuiltAndWalkedWithoutExpanding) {
+    std::mt19937 rng(8);
+    std::vector<std::vector<unsigned>> cases = {{}, {0}, {7, 8}, {800000}};
+    std::vector<unsigned> fullRuns;  // 0xFF bytes past one run's limit, then a long gap
+    for (unsigned b = 0; b < 65537u * 8; ++b) fullRuns.push_back(b);
+    fullRuns.push_back(65537u * 8 + 70000u * 8);
+    cases.push_back(fullRuns);
+    for (int k = 0; k < 200; ++k) {
+        std::set<unsigned> bits;
+        int n = static_cast<int>(rng() % 400);
+        unsigned spread = 1u << (rng() % 20 + 3);
+        for (int i = 0; i < n; ++i) bits.insert(rng() % spread);
+        cases.emplace_back(bits.begin(), bits.end());
+    }
+    for (const auto& bits : cases) {
+        CBitArray plain;
+        for (unsigned b : bits) plain.SetAt(static_cast<int>(b));
+        unsigned char* expected = nullptr;
+        int expectedLength = 0;
+        CBitArray::Compress(plain.GetBuffer(), plain.GetLength(), expected, expectedLength);
+        std::vector<unsigned char> built = dorvik::CompressSortedBits(bits);
+        ASSERT_EQ(built, Bytes(expected, expected + expectedLength));
+        std::vector<unsigned> walked;
+        dorvik::ForEachCompressedBit(built.data(), static_cast<int>(built.size()),
+                                     [&](long long bit) { walked.push_back(static_cast<unsigned>(bit)); });
+        EXPECT_EQ(walked, bits);
+        DropBlock(expected);
+    }
 }

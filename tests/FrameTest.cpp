@@ -225,3 +225,27 @@ TEST(Arrays, GrowWithZerosAndCopy) {
     EXPECT_EQ(p.GetAt(1), &x);
     EXPECT_EQ(p.GetAt(2), nullptr);
 }
+
+TEST(File, WriteBehindGathersSmallWritesWithoutChangingWhatIsRead) {
+    TempDir dir;
+    CFile f(dir.Path("a").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+    f.SetWriteBehind(true);
+    f.Write("abc", 3);
+    f.Write("def", 3);
+    EXPECT_EQ(ReadAll(dir.Path("a")).size(), 0u);  // still in memory
+    EXPECT_EQ(f.GetLength(), 6u);                   // the end counts what is gathered
+    f.Seek(1, CFile::begin);
+    f.Write("X", 1);                                // not behind the last write: goes out first
+    char buf[8] = {};
+    f.SeekToBegin();
+    EXPECT_EQ(f.Read(buf, 8), 6u);
+    EXPECT_EQ(std::string(buf, 6), "aXcdef");
+    f.SeekToEnd();
+    f.Write("gh", 2);
+    f.SetWriteBehind(false);
+    EXPECT_EQ(ReadAll(dir.Path("a")), B("aXcdefgh"));
+    f.SetWriteBehind(true);
+    f.Write("ij", 2);
+    f.Close();
+    EXPECT_EQ(ReadAll(dir.Path("a")), B("aXcdefghij"));
+}

@@ -257,7 +257,8 @@ TEST(TextBinFileSortTree, RepeatsAlreadyStoredKeepIdsAsRecordNumbers) {
     f.SetIndexFile(&index);
     f.Sort(true, true, nullptr, nullptr);
     EXPECT_EQ(ReadAll(dir.Path("t.ix")), Words({1, 0, 3}));  // the second "b" stays out
-    EXPECT_EQ(View(f), (Strings{"a", "b", "c"}));
+    // The view still counts every record; the serial the index does not fill reads empty.
+    EXPECT_EQ(View(f), (Strings{"a", "b", "c", ""}));
     EXPECT_EQ(Records(f), (Strings{"b", "a", "b", "c"}));
 
     f.InitSortTree(false, true, nullptr, nullptr);
@@ -266,7 +267,7 @@ TEST(TextBinFileSortTree, RepeatsAlreadyStoredKeepIdsAsRecordNumbers) {
     EXPECT_EQ(record, 4);  // its record number, although the tree holds 3 words before it
     f.FreeSortTree(false, nullptr);
     EXPECT_EQ(ReadAll(dir.Path("t.ix")), Words({4, 3, 0, 1}));
-    EXPECT_EQ(View(f), (Strings{"d", "c", "b", "a"}));
+    EXPECT_EQ(View(f), (Strings{"d", "c", "b", "a", ""}));
 }
 
 TEST(TextBinFileSortTree, CloseAndDestructionWriteTheWordsBack) {

@@ -6,7 +6,9 @@
 //
 // Safe mode (the default) keeps a complete record file on disk after every change.
 // Not safe mode keeps only the data on disk and appends the table once, at Close,
-// at destruction or at SetSafeMode(true): bulk building goes that way.
+// at destruction or at SetSafeMode(true): bulk building goes that way, and there
+// small writes gather in memory (CFile::SetWriteBehind) until one of those or the
+// next read.
 //
 // All storage goes through the virtuals Seek, SetLength, GetLength, Read, Write and
 // Close, so a memory twin redirects them and the same logic runs over a memory block.

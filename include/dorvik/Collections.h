@@ -80,7 +80,8 @@ public:
     void Save(const char* path, Operation op, bool free, bool packed, Progress progress);
     // Saves every array m_nFirst .. m_nLast into its record of `file` with the array's
     // Save (same op, free and packed flags); a file with records is merged through a
-    // temporary file that then replaces it, and `file` is reopened on its path. A
+    // temporary file that then replaces it, and `file` is reopened on its path (a
+    // memory twin is reloaded from it; a file with neither throws as above). A
     // record without an array stays as it was in a merge and becomes the image of an
     // empty file in a direct run. `progress` gets (index, count) for every index.
     void Save(CBinFile* file, Operation op, bool free, bool packed, Progress progress);

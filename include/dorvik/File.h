@@ -4,6 +4,7 @@
 #pragma once
 
 #include <ctime>
+#include <string>
 
 #include "Exceptions.h"
 #include "Platform.h"
@@ -67,6 +68,12 @@ public:
     // Writes at the position, extending the file, and moves the position. A count of 0
     // does nothing, whatever the pointer. Throws CFileException on failure.
     virtual void Write(const void* buffer, UINT count);
+    // Write-behind: while on, small writes that follow each other are gathered in
+    // memory (up to 64 KiB) and reach the file together, at the latest at the next
+    // Read, seek to the end, SetLength, Flush or Close, or when it is switched off.
+    // An error of such a write surfaces as CFileException from that later call (and is
+    // dropped at destruction). Off by default.
+    void SetWriteBehind(bool on);
     // Read and Write with 32-bit counts.
     DWORD ReadHuge(void* buffer, DWORD count);
     void WriteHuge(const void* buffer, DWORD count);
@@ -84,7 +91,13 @@ public:
 protected:
     [[noreturn]] void ThrowOsError(int error) const;
     void CheckOpen() const;
+    // Writes the gathered bytes out.
+    void FlushWriteBehind();
+    void WriteAt(const void* buffer, UINT count, std::int64_t at);
 
     std::int64_t m_nPos = 0;
     CString m_strFileName;
+    bool m_bWriteBehind = false;
+    std::int64_t m_nPendingStart = 0;
+    std::string m_pending;
 };

@@ -15,6 +15,8 @@
 // value they change in it. Negative numbers in a path lead nowhere.
 #pragma once
 
+#include <functional>
+
 #include "BaseMemFile.h"
 #include "BinFile.h"
 #include "BitArray.h"
@@ -77,4 +79,7 @@ private:
     // `end` and has `size` bytes; -1 in `size` when the image holds no such record.
     bool Step(int index, DWORD& end, DWORD& size);
     unsigned char* ReadTopImage(int& length);
+    // Reads the file at the path into memory (a new empty file when there is none),
+    // applies `change` to it and writes the new image back in its place.
+    void ChangeFile(int dim, int* indices, const std::function<void(CBinFile&)>& change);
 };

@@ -83,8 +83,8 @@ public:
 
     // The number of serials: the filter's count of set bits when there is a filter; else
     // in sort-tree mode the tree's count (a repeat that a unique tree refused does not
-    // count); else the index file's record count when one is attached (the view is what
-    // the index file lists); else the number of records.
+    // count); else the number of records. A serial whose index file entry names no
+    // record reads as the empty string.
     int GetRecordCount();
     // The record number of a serial; -1 when the serial lies outside the view or the
     // index file names no record of the file.
@@ -119,7 +119,7 @@ public:
     // the equal word the search met, or at its place in order; without index file the
     // file stays physically sorted, with one the record is appended and the index file
     // gets its entry. With a filter the new word's bit is opened, so it joins the view.
-    // An empty word equals an empty record; any other word sorts behind one.
+    // An empty record sorts below every word, an empty one included.
     // Sort-tree mode: `sorted` and `duplicates` are not read; a tree made with `unique`
     // refuses a word it holds; the word is kept in memory until FreeSortTree.
     // Returns false when the word was refused. `record` receives the record number of

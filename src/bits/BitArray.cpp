@@ -10,17 +10,11 @@
 
 #include "dorvik/Exceptions.h"
 
-#if defined(__x86_64__) && defined(__GNUC__)
-// The population count instruction is not in the base x86-64 set; without it the
-// compiler calls a slow library routine, so counting loops get a second version.
-#define DORVIK_POPCOUNT_CLONES __attribute__((target_clones("popcnt", "default")))
-#else
-#define DORVIK_POPCOUNT_CLONES
-#endif
+#include "bits/Words.h"
 
 namespace {
-using Word = std::uint64_t;
-using Bits = std::int64_t;  // bit positions and bit totals, which can pass INT_MAX
+using dorvik::bits::Bits;
+using dorvik::bits::Word;
 constexpr int kGrowthMargin = 100;
 
 Word Load(const unsigned char* p) {

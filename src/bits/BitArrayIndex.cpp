@@ -10,15 +10,11 @@
 #include "dorvik/BitArray.h"
 #include "dorvik/Exceptions.h"
 
-#if defined(__x86_64__) && defined(__GNUC__)
-#define DORVIK_POPCOUNT_CLONES __attribute__((target_clones("popcnt", "default")))
-#else
-#define DORVIK_POPCOUNT_CLONES
-#endif
+#include "bits/Words.h"
 
 namespace {
-using Word = std::uint64_t;
-using Bits = std::int64_t;
+using dorvik::bits::Bits;
+using dorvik::bits::Word;
 constexpr int kIndexEntries = 10240;
 
 // The 64 bits from byte `byte` on (a multiple of 8), bit 0 lowest; bytes at or past

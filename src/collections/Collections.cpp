@@ -40,15 +40,65 @@ struct Temporary {
     }
 };
 
-// Puts the merged temporary in the place of `file` and opens `file` on it again.
-void ReplaceFile(CBinFile* file, Temporary& temp) {
-    CString path = file->GetFilePath();
-    file->Close();
-    CFile::Remove(path);
-    CFile::Rename(temp.path, path);
-    temp.keep = true;
-    file->Open(path, kOpenShared, nullptr);
-}
+// The frame of a Save: a direct run writes into `file` itself; a merge (a file with
+// records and an op other than opCopy) writes into a temporary that then takes the
+// place of `file`. `file` stays in not safe mode for the run; Finish restores it.
+template <class OutFile>
+class SaveRun {
+public:
+    SaveRun(CBinFile* file, Operation op, int size) : m_file(file), m_out(nullptr), m_count(size) {
+        m_merge = op != opCopy && file->GetRecordCount() > 0;
+        m_memory = dynamic_cast<CBaseMemFile*>(file);
+        if (m_merge && file->GetFilePath().IsEmpty() && !m_memory)
+            throw CFileException(CFileException::invalidFile, -1, nullptr);
+        if (m_merge) {
+            MakeTempFileName(m_temp.path, nullptr);
+            m_merged = std::make_unique<OutFile>(m_temp.path, CFile::modeCreate | CFile::modeReadWrite);
+            m_merged->SetSafeMode(false);
+            m_out = m_merged.get();
+            m_count = std::max(m_count, file->GetRecordCount());
+        } else if (op == opCopy) {
+            file->Delete(0, file->GetRecordCount() - 1);
+        }
+        m_safe = file->IsSafeMode();
+        file->SetSafeMode(false);
+    }
+
+    bool Merge() const { return m_merge; }
+    int Count() const { return m_count; }
+    // The file the records go to: the temporary in a merge, else `file` itself.
+    template <class Direct>
+    OutFile* Out(Direct* direct) { return m_merge ? m_out : direct; }
+
+    // Restores the mode; a merge then puts the temporary in the place of the file and
+    // opens the file on it again, or reloads a memory twin from it.
+    void Finish() {
+        m_file->SetSafeMode(m_safe);
+        if (!m_merge) return;
+        m_merged->Close();
+        m_merged.reset();
+        CString path = m_file->GetFilePath();
+        m_file->Close();
+        if (path.IsEmpty()) {
+            m_memory->LoadFromFile(m_temp.path, 0);
+            return;
+        }
+        CFile::Remove(path);
+        CFile::Rename(m_temp.path, path);
+        m_temp.keep = true;
+        m_file->Open(path, kOpenShared, nullptr);
+    }
+
+private:
+    CBinFile* m_file;
+    CBaseMemFile* m_memory;
+    OutFile* m_out;
+    std::unique_ptr<OutFile> m_merged;
+    Temporary m_temp;
+    bool m_merge;
+    bool m_safe;
+    int m_count;
+};
 }  // namespace
 
 CBitArrayArray::CBitArrayArray(bool compressed) : m_bCompressed(compressed) {}
@@ -93,26 +143,10 @@ void CBitArrayArray::Save(const char* path, Operation op, bool free, bool packed
 }
 
 void CBitArrayArray::Save(CBitsBinFile* file, Operation op, bool free, bool packed, Progress progress) {
-    int count = GetSize();
-    bool merge = op != opCopy && file->GetRecordCount() > 0;
-    auto* memory = dynamic_cast<CBaseMemFile*>(file);
-    if (merge && file->GetFilePath().IsEmpty() && !memory)
-        throw CFileException(CFileException::invalidFile, -1, nullptr);
-    Temporary temp;
-    std::unique_ptr<CBitsBinFile> merged;
-    CBitsBinFile* out = file;
-    if (merge) {
-        MakeTempFileName(temp.path, nullptr);
-        merged = std::make_unique<CBitsBinFile>(temp.path, CFile::modeCreate | CFile::modeReadWrite);
-        merged->SetSafeMode(false);
-        out = merged.get();
-        count = std::max(count, file->GetRecordCount());
-    } else if (op == opCopy) {
-        file->Delete(0, file->GetRecordCount() - 1);
-    }
-    bool safe = file->IsSafeMode();
-    file->SetSafeMode(false);
-
+    SaveRun<CBitsBinFile> run(file, op, GetSize());
+    bool merge = run.Merge();
+    int count = run.Count();
+    CBitsBinFile* out = run.Out(file);
     CBitArray record(false);
     CBitArray map(false);
     if (packed) file->GetRecord(0, map, -1);
@@ -149,16 +183,7 @@ void CBitArrayArray::Save(CBitsBinFile* file, Operation op, bool free, bool pack
         ++target;
     }
     if (packed) out->Modify(0, &map);
-    file->SetSafeMode(safe);
-    if (!merge) return;
-    merged->Close();
-    merged.reset();
-    if (!file->GetFilePath().IsEmpty()) {
-        ReplaceFile(file, temp);
-    } else {
-        file->Close();
-        memory->LoadFromFile(temp.path, 0);
-    }
+    run.Finish();
 }
 
 CBitArrayCollection::CBitArrayCollection(bool compressed) : m_bCompressed(compressed) {}
@@ -204,23 +229,10 @@ void CBitArrayCollection::Save(const char* path, Operation op, bool free, bool p
 }
 
 void CBitArrayCollection::Save(CBinFile* file, Operation op, bool free, bool packed, Progress progress) {
-    int count = GetSize();
-    bool merge = op != opCopy && file->GetRecordCount() > 0;
-    if (merge && file->GetFilePath().IsEmpty()) throw CFileException(CFileException::invalidFile, -1, nullptr);
-    Temporary temp;
-    std::unique_ptr<CBinFile> merged;
-    CBinFile* out = file;
-    if (merge) {
-        MakeTempFileName(temp.path, nullptr);
-        merged = std::make_unique<CBinFile>(temp.path, CFile::modeCreate | CFile::modeReadWrite);
-        merged->SetSafeMode(false);
-        out = merged.get();
-        count = std::max(count, file->GetRecordCount());
-    } else if (op == opCopy) {
-        file->Delete(0, file->GetRecordCount() - 1);
-    }
-    bool safe = file->IsSafeMode();
-    file->SetSafeMode(false);
+    SaveRun<CBinFile> run(file, op, GetSize());
+    bool merge = run.Merge();
+    int count = run.Count();
+    CBinFile* out = run.Out(file);
     int last = m_nLast == -1 ? count - 1 : m_nLast;
     for (int i = std::max(m_nFirst, 0); i <= last; ++i) {
         if (progress) progress(i, count);
@@ -237,9 +249,5 @@ void CBitArrayCollection::Save(CBinFile* file, Operation op, bool free, bool pac
         }
         out->Modify(i, &image);
     }
-    file->SetSafeMode(safe);
-    if (!merge) return;
-    merged->Close();
-    merged.reset();
-    ReplaceFile(file, temp);
+    run.Finish();
 }

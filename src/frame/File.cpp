@@ -9,6 +9,7 @@
 
 namespace {
 constexpr std::int64_t kMaxFileSize = 0x7FFFFFFF;  // every offset passes through int
+constexpr std::size_t kWriteBehind = 64 * 1024;
 }  // namespace
 
 CFile::CFile(const char* path, UINT flags) {
@@ -17,14 +18,17 @@ CFile::CFile(const char* path, UINT flags) {
 }
 
 CFile::~CFile() {
-    if (m_hFile != hFileNull) ::close(m_hFile);
+    if (m_hFile == hFileNull) return;
+    try {
+        FlushWriteBehind();
+    } catch (const CFileException&) {
+        // A destructor cannot report; Close is the way to see this error.
+    }
+    ::close(m_hFile);
 }
 
 BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
-    if (m_hFile != hFileNull) {
-        ::close(m_hFile);
-        m_hFile = hFileNull;
-    }
+    if (m_hFile != hFileNull) Close();
     m_nPos = 0;
     m_strFileName = path;
     int access = O_RDONLY;
@@ -54,6 +58,14 @@ BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
 
 void CFile::Close() {
     if (m_hFile == hFileNull) return;
+    try {
+        FlushWriteBehind();
+    } catch (...) {
+        ::close(m_hFile);
+        m_hFile = hFileNull;
+        m_pending.clear();
+        throw;
+    }
     int fd = m_hFile;
     m_hFile = hFileNull;
     m_nPos = 0;
@@ -66,6 +78,7 @@ CString CFile::GetFilePath() const { return m_strFileName; }
 
 void CFile::Flush() {
     if (m_hFile == hFileNull) return;
+    FlushWriteBehind();
     if (::fdatasync(m_hFile) != 0 && errno != EINVAL && errno != EROFS) ThrowOsError(errno);
 }
 
@@ -83,6 +96,7 @@ LONG CFile::Seek(LONG offset, UINT from) {
     if (from == current) {
         base = m_nPos;
     } else if (from == end) {
+        FlushWriteBehind();
         struct stat st;
         if (::fstat(m_hFile, &st) != 0) ThrowOsError(errno);
         base = st.st_size;
@@ -106,6 +120,7 @@ DWORD CFile::GetLength() const {
 void CFile::SetLength(DWORD length) {
     CheckOpen();
     if (length > kMaxFileSize) throw CFileException(CFileException::diskFull, EFBIG, m_strFileName);
+    FlushWriteBehind();
     int rc;
     do {
         rc = ::ftruncate(m_hFile, static_cast<off_t>(length));
@@ -116,6 +131,7 @@ void CFile::SetLength(DWORD length) {
 
 UINT CFile::Read(void* buffer, UINT count) {
     CheckOpen();
+    FlushWriteBehind();
     UINT done = 0;
     char* out = static_cast<char*>(buffer);
     while (done < count) {
@@ -135,10 +151,24 @@ void CFile::Write(const void* buffer, UINT count) {
     if (count == 0) return;
     CheckOpen();
     if (m_nPos + count > kMaxFileSize) throw CFileException(CFileException::diskFull, EFBIG, m_strFileName);
+    if (m_bWriteBehind && count < kWriteBehind / 2) {
+        if (!m_pending.empty() && m_nPos != m_nPendingStart + static_cast<std::int64_t>(m_pending.size())) FlushWriteBehind();
+        if (m_pending.empty()) m_nPendingStart = m_nPos;
+        m_pending.append(static_cast<const char*>(buffer), count);
+        m_nPos += count;
+        if (m_pending.size() >= kWriteBehind) FlushWriteBehind();
+        return;
+    }
+    FlushWriteBehind();
+    WriteAt(buffer, count, m_nPos);
+    m_nPos += count;
+}
+
+void CFile::WriteAt(const void* buffer, UINT count, std::int64_t at) {
     UINT done = 0;
     const char* in = static_cast<const char*>(buffer);
     while (done < count) {
-        ssize_t n = ::pwrite(m_hFile, in + done, count - done, static_cast<off_t>(m_nPos + done));
+        ssize_t n = ::pwrite(m_hFile, in + done, count - done, static_cast<off_t>(at + done));
         if (n < 0) {
             if (errno == EINTR) continue;
             ThrowOsError(errno);
@@ -146,7 +176,18 @@ void CFile::Write(const void* buffer, UINT count) {
         if (n == 0) ThrowOsError(ENOSPC);
         done += static_cast<UINT>(n);
     }
-    m_nPos += done;
+}
+
+void CFile::FlushWriteBehind() {
+    if (m_pending.empty()) return;
+    std::string pending;
+    pending.swap(m_pending);  // dropped even when the write fails: it is reported once
+    WriteAt(pending.data(), static_cast<UINT>(pending.size()), m_nPendingStart);
+}
+
+void CFile::SetWriteBehind(bool on) {
+    if (!on) FlushWriteBehind();
+    m_bWriteBehind = on;
 }
 
 DWORD CFile::ReadHuge(void* buffer, DWORD count) { return Read(buffer, count); }

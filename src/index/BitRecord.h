@@ -5,7 +5,9 @@
 #include <bit>
 #include <cstddef>
 #include <memory>
+#include <vector>
 
+#include "dorvik/BitArray.h"
 #include "dorvik/Platform.h"
 
 namespace dorvik {
@@ -50,6 +52,103 @@ inline int PositionPast(const unsigned char* bytes, int length, int count) {
         return i * 8 + std::countr_zero(b) + 1;
     }
     return length * 8;
+}
+
+// Calls visit(bit) for every set bit of a compressed form, rising, without expanding
+// it: literals give their bits, 0xFF runs all theirs, 0x00 runs none. A run cut short
+// by the end of the string is ignored, as every reader of the form does.
+template <class Visit>
+void ForEachCompressedBit(const unsigned char* form, int length, Visit visit) {
+    long long done = 0;  // plain bytes passed
+    for (int i = 1; i < length;) {
+        unsigned char b = form[i];
+        if (b != 0x00 && b != 0xFF) {
+            for (unsigned v = b; v; v &= v - 1) visit(done * 8 + std::countr_zero(v));
+            ++done;
+            ++i;
+            continue;
+        }
+        if (length - i < 3) break;
+        long long count = form[i + 1] | (form[i + 2] << 8);
+        if (b == 0xFF)
+            for (long long bit = done * 8; bit < (done + count) * 8; ++bit) visit(bit);
+        done += count;
+        i += 3;
+    }
+}
+
+// The compressed form of the plain bitmap whose set bits are `bits` (rising, each at
+// most once), byte for byte what compressing that bitmap gives, built without it.
+inline std::vector<unsigned char> CompressSortedBits(const std::vector<unsigned>& bits) {
+    std::vector<unsigned char> out;
+    if (bits.empty()) return out;
+    out.push_back(1);
+    long long done = 0;          // plain bytes written
+    std::size_t fullRun = 0;     // where the 0xFF run that ends the form starts, or 0
+    auto put = [&](unsigned byte, unsigned char value) {
+        for (long long gap = byte - done; gap > 0;) {
+            unsigned count = static_cast<unsigned>(gap < 65535 ? gap : 65535);
+            out.insert(out.end(), {0x00, static_cast<unsigned char>(count), static_cast<unsigned char>(count >> 8)});
+            gap -= count;
+            fullRun = 0;
+        }
+        done = static_cast<long long>(byte) + 1;
+        if (value != 0xFF) {
+            out.push_back(value);
+            fullRun = 0;
+            return;
+        }
+        unsigned count = fullRun ? (out[fullRun + 1] | (out[fullRun + 2] << 8)) : 65535;
+        if (count < 65535) {
+            ++count;
+            out[fullRun + 1] = static_cast<unsigned char>(count);
+            out[fullRun + 2] = static_cast<unsigned char>(count >> 8);
+            return;
+        }
+        fullRun = out.size();
+        out.insert(out.end(), {0xFF, 1, 0});
+    };
+    unsigned byte = bits[0] / 8;
+    unsigned char value = 0;
+    for (unsigned bit : bits) {
+        if (bit / 8 != byte) {
+            put(byte, value);
+            byte = bit / 8;
+            value = 0;
+        }
+        value |= Mask(static_cast<int>(bit));
+    }
+    put(byte, value);
+    return out;
+}
+
+// Union (`unite`) or intersection of `count` records into `result`, which comes back
+// uncompressed; read(k, bits, limit) puts the k-th record, expanded, into `bits`. An
+// empty start is refilled in a union; an intersection stops at the first empty result
+// and expands later records no further than the result so far, which is all that an
+// AND can keep of them.
+template <class Read>
+void Accumulate(int count, CBitArray& result, bool unite, int limit, Read read) {
+    result.FreeBuffer();
+    result.SetCompressed(false);
+    CBitArray record(false);
+    for (int k = 0; k < count; ++k) {
+        if (result.GetLength() == 0) {
+            read(k, result, limit);
+        } else {
+            read(k, record, limit);
+            if (unite) {
+                result |= record;
+            } else {
+                result &= record;
+            }
+            record.FreeBuffer();
+        }
+        if (!unite) {
+            if (result.GetLength() == 0) break;
+            if (limit < 0 || limit > result.GetLength()) limit = result.GetLength();
+        }
+    }
 }
 
 }  // namespace dorvik

@@ -132,27 +132,8 @@ void CBitsBinFile::Add(CBitArray* bits) {
 }
 
 void CBitsBinFile::GetRecords(int count, int* records, CBitArray& result, bool unite, int limit) {
-    result.FreeBuffer();
-    result.SetCompressed(false);
-    CBitArray record(false);
-    for (int k = 0; k < count; ++k) {
-        if (result.GetLength() == 0) {
-            GetRecord(records[k], result, limit);
-        } else {
-            GetRecord(records[k], record, limit);
-            if (unite) {
-                result |= record;
-            } else {
-                result &= record;
-            }
-            record.FreeBuffer();
-        }
-        if (!unite) {
-            if (result.GetLength() == 0) break;
-            // An intersection is never longer than its shortest member.
-            if (limit < 0 || limit > result.GetLength()) limit = result.GetLength();
-        }
-    }
+    dorvik::Accumulate(count, result, unite, limit,
+                       [&](int k, CBitArray& bits, int cut) { GetRecord(records[k], bits, cut); });
 }
 
 void CBitsBinFile::GetRecords(CBitArray* selection, CBitArray& result, bool unite, int limit) {
@@ -170,6 +151,15 @@ void CBitsBinFile::GetRecords(CBitArray* selection, CBitArray& result, bool unit
 void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress, CBitsBinFile* target) {
     int n = GetRecordCount();
     if (n == 0) return;
+    // Records are walked in their compressed form: a sparse record costs its stored
+    // bytes, not its plain length.
+    auto forEachRecordBit = [this](int record, auto visit) {
+        unsigned char* raw = nullptr;
+        int length = 0;
+        CBinFile::GetRecord(record, raw, length, true);
+        Block hold = Hold(raw);
+        dorvik::ForEachCompressedBit(raw, length, visit);
+    };
     CBitArray set(false);
     if (columns) {
         set = *columns;
@@ -178,7 +168,9 @@ void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress, CB
             set.Decompress();
         }
     } else {
-        GetRecords(nullptr, set, true, -1);
+        for (int r = 0; r < n; ++r) forEachRecordBit(r, [&set](long long bit) {
+            if (bit <= 0x7FFFFFFF) set.SetAt(static_cast<int>(bit));
+        });
     }
     int c = set.GetCount();
     std::size_t m = static_cast<std::size_t>(set.GetLength()) * 8;
@@ -197,9 +189,9 @@ void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress, CB
     bool dense = m <= 8 * static_cast<std::size_t>(c) + (std::size_t{1} << 22);
     std::vector<int> bitToRank(dense ? m : 0, -1);
     for (int rank = 0; dense && rank < c; ++rank) bitToRank[static_cast<std::size_t>(rankToBit[static_cast<std::size_t>(rank)])] = rank;
-    auto rankOf = [&](std::size_t bit) -> int {
-        if (bit >= m) return -1;
-        if (dense) return bitToRank[bit];
+    auto rankOf = [&](long long bit) -> int {
+        if (bit < 0 || static_cast<std::size_t>(bit) >= m) return -1;
+        if (dense) return bitToRank[static_cast<std::size_t>(bit)];
         auto at = std::lower_bound(rankToBit.begin(), rankToBit.end(), static_cast<int>(bit));
         return (at != rankToBit.end() && *at == static_cast<int>(bit)) ? static_cast<int>(at - rankToBit.begin()) : -1;
     };
@@ -214,48 +206,33 @@ void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress, CB
 
     for (int r = 0; r < n; ++r) {
         if (progress) progress(r, n);
-        unsigned char* record = nullptr;
-        int length = 0;
-        GetRecord(r, record, length, -1);
-        Block hold = Hold(record);
-        for (int i = 0; i < length; ++i) {
-            for (unsigned b = record[i]; b; b &= b - 1) {
-                std::size_t bit = static_cast<std::size_t>(i) * 8 + static_cast<std::size_t>(std::countr_zero(b));
-                int rank = rankOf(bit);
-                if (rank < 0) continue;  // not a column of the set
-                Append(lists[static_cast<std::size_t>(rank)], static_cast<unsigned>(r), width);
-            }
-        }
+        forEachRecordBit(r, [&](long long bit) {
+            int rank = rankOf(bit);
+            if (rank >= 0) Append(lists[static_cast<std::size_t>(rank)], static_cast<unsigned>(r), width);
+        });  // bits outside the column set are skipped
     }
     std::vector<int>().swap(bitToRank);
 
     CBitsBinFile* out = target ? target : this;
     out->Delete(0, out->GetRecordCount() - 1);
     out->SetSafeMode(false);
-    int capacity = 2048;
-    Block work = Hold(static_cast<unsigned char*>(GrabBlock(static_cast<std::size_t>(capacity))));
-    if (!work) throw CMemoryException();
+    std::vector<unsigned> records;
     for (int i = 0; i < c; ++i) {
         if (progress) progress(i, c);
         ColumnList& list = lists[static_cast<std::size_t>(i)];
         if (!list.bytes) continue;
-        int used = 0;
+        records.clear();
         for (std::size_t at = 0; at < list.used; at += static_cast<std::size_t>(width)) {
             unsigned r = 0;
             for (int k = 0; k < width; ++k) r |= static_cast<unsigned>(list.bytes[at + static_cast<std::size_t>(k)]) << (8 * k);
-            if (r >= static_cast<unsigned>(used) * 8) {
-                used = static_cast<int>(r / 8 + 1);
-                if (used > capacity) {
-                    capacity = used + 1024;
-                    work.reset(static_cast<unsigned char*>(RegrowBlock(work.release(), static_cast<std::size_t>(capacity))));
-                }
-            }
-            work.get()[r / 8] |= static_cast<unsigned char>(1u << (r & 7));
+            records.push_back(r);
         }
         DropBlock(list.bytes);
         list = ColumnList();
-        out->Modify(byRank ? i : rankToBit[static_cast<std::size_t>(i)], work.get(), used);
-        std::memset(work.get(), 0, static_cast<std::size_t>(used));
+        // The column's record numbers rise, so its compressed form is built directly.
+        std::vector<unsigned char> form = dorvik::CompressSortedBits(records);
+        CBitArray packed(form.data(), static_cast<int>(form.size()), true);
+        out->Modify(byRank ? i : rankToBit[static_cast<std::size_t>(i)], &packed);
     }
 }
 

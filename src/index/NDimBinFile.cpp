@@ -140,20 +140,24 @@ void CNDimBinFile::WriteFile(int dim, int* indices, unsigned char* data, int len
     CBinFile::Modify(indices[0], p, length);
 }
 
+void CNDimBinFile::ChangeFile(int dim, int* indices, const std::function<void(CBinFile&)>& change) {
+    CMemBinFile image(0);
+    unsigned char* block = nullptr;
+    int blockLength = 0;
+    if (ReadFile(dim, indices, block, blockLength, false)) image.Attach(block, static_cast<DWORD>(blockLength), 0);
+    change(image);
+    int imageLength = static_cast<int>(image.GetLength());
+    CBlock rebuilt = HoldC(image.Detach());
+    WriteFile(dim, indices, rebuilt.get(), imageLength);
+}
+
 void CNDimBinFile::Insert(int dim, int* indices, unsigned char* data, int length) {
     if (dim <= 0) return;
     if (dim == 1) {
         CBinFile::Insert(indices[0], data, length);
         return;
     }
-    CMemBinFile image(0);
-    unsigned char* block = nullptr;
-    int blockLength = 0;
-    if (ReadFile(dim - 1, indices, block, blockLength, false)) image.Attach(block, static_cast<DWORD>(blockLength), 0);
-    image.CBinFile::Insert(indices[dim - 1], data, length);
-    int imageLength = static_cast<int>(image.GetLength());
-    CBlock rebuilt = HoldC(image.Detach());
-    WriteFile(dim - 1, indices, rebuilt.get(), imageLength);
+    ChangeFile(dim - 1, indices, [&](CBinFile& file) { file.CBinFile::Insert(indices[dim - 1], data, length); });
 }
 
 void CNDimBinFile::Modify(int dim, int* indices, unsigned char* data, int length) {
@@ -162,14 +166,7 @@ void CNDimBinFile::Modify(int dim, int* indices, unsigned char* data, int length
         CBinFile::Modify(indices[0], data, length);
         return;
     }
-    CMemBinFile image(0);
-    unsigned char* block = nullptr;
-    int blockLength = 0;
-    if (ReadFile(dim - 1, indices, block, blockLength, false)) image.Attach(block, static_cast<DWORD>(blockLength), 0);
-    image.CBinFile::Modify(indices[dim - 1], data, length);
-    int imageLength = static_cast<int>(image.GetLength());
-    CBlock rebuilt = HoldC(image.Detach());
-    WriteFile(dim - 1, indices, rebuilt.get(), imageLength);
+    ChangeFile(dim - 1, indices, [&](CBinFile& file) { file.CBinFile::Modify(indices[dim - 1], data, length); });
 }
 
 void CNDimBinFile::Delete(int dim, int* indices, int first, int last) {
@@ -177,14 +174,7 @@ void CNDimBinFile::Delete(int dim, int* indices, int first, int last) {
         CBinFile::Delete(first, last);
         return;
     }
-    CMemBinFile image(0);
-    unsigned char* block = nullptr;
-    int blockLength = 0;
-    if (ReadFile(dim, indices, block, blockLength, false)) image.Attach(block, static_cast<DWORD>(blockLength), 0);
-    image.CBinFile::Delete(first, last);
-    int imageLength = static_cast<int>(image.GetLength());
-    CBlock rebuilt = HoldC(image.Detach());
-    WriteFile(dim, indices, rebuilt.get(), imageLength);
+    ChangeFile(dim, indices, [&](CBinFile& file) { file.CBinFile::Delete(first, last); });
 }
 
 void CNDimBinFile::Add(int dim, int* indices, unsigned char* data, int length) {

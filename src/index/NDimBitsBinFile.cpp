@@ -60,28 +60,10 @@ void CNDimBitsBinFile::GetRecords(int dim, int* indices, int count, int* records
     if (dim < 0) return;
     std::vector<int> path(indices, indices + dim);
     path.push_back(0);
-    CBitArray record(false);
-    result.FreeBuffer();
-    result.SetCompressed(false);
-    for (int k = 0; k < count; ++k) {
+    dorvik::Accumulate(count, result, unite, limit, [&](int k, CBitArray& bits, int cut) {
         path[static_cast<std::size_t>(dim)] = records[k];
-        if (result.GetLength() == 0) {
-            GetRecord(dim + 1, path.data(), result, limit);
-        } else {
-            GetRecord(dim + 1, path.data(), record, limit);
-            if (unite) {
-                result |= record;
-            } else {
-                result &= record;
-            }
-            record.FreeBuffer();
-        }
-        if (!unite) {
-            if (result.GetLength() == 0) break;
-            // An intersection is never longer than its shortest member.
-            if (limit < 0 || limit > result.GetLength()) limit = result.GetLength();
-        }
-    }
+        GetRecord(dim + 1, path.data(), bits, cut);
+    });
 }
 
 void CNDimBitsBinFile::GetRecords(int dim, int* indices, CBitArray& selection, CBitArray& result, bool unite,

@@ -14,6 +14,7 @@ CBinFile::CBinFile() = default;
 CBinFile::CBinFile(const char* path, UINT flags) : CFile(path, flags) {
     m_bOpen = true;
     LoadAddresses();
+    SetWriteBehind(!m_bSafeMode);
 }
 
 CBinFile::~CBinFile() {
@@ -30,6 +31,7 @@ BOOL CBinFile::Open(const char* path, UINT flags, CFileException* error) {
     BOOL opened = CFile::Open(path, flags, error);
     if (!opened) return 0;
     if (!LoadAddresses()) return 0;
+    SetWriteBehind(!m_bSafeMode);
     m_bOpen = true;
     return opened;
 }
@@ -127,6 +129,9 @@ void CBinFile::SetSafeMode(bool safe) {
         UpdateAddresses(0);
     }
     m_bSafeMode = safe;
+    // Without a table on disk between changes, small writes may gather in memory:
+    // bulk appends then cost no system call each.
+    SetWriteBehind(!safe);
 }
 
 int CBinFile::GetRecordCount() {

@@ -67,8 +67,8 @@ void CBinFile::Insert(int after, unsigned char* data, int length) {
     int pos = after < -1 ? 0 : after + 1;
     if (pos > m_nRecordCount) Init(pos + 1);
     int at = static_cast<int>(m_pAddresses[pos]);
-    int stored = static_cast<int>(CFile::GetLength());
-    MoveOrThrow(at, at + length, stored - at);
+    // In not safe mode nothing lies behind the data end: an append moves nothing.
+    if (m_bSafeMode || pos < m_nRecordCount) MoveOrThrow(at, at + length, static_cast<int>(CFile::GetLength()) - at);
     if (length != 0 && data) {
         Seek(at, begin);
         Write(data, static_cast<UINT>(length));
@@ -95,8 +95,9 @@ void CBinFile::Modify(int index, unsigned char* data, int length) {
         if (data) Write(data, static_cast<UINT>(length));
         return;
     }
-    int stored = static_cast<int>(CFile::GetLength());
-    MoveOrThrow(next, start + length, stored - next);
+    // In not safe mode nothing lies behind the last record: changing it moves nothing.
+    if (m_bSafeMode || index < m_nRecordCount - 1)
+        MoveOrThrow(next, start + length, static_cast<int>(CFile::GetLength()) - next);
     if (length != 0) {
         Seek(start, begin);
         if (data) Write(data, static_cast<UINT>(length));

@@ -131,14 +131,12 @@ int CTextBinFile::StoredCount() {
 int CTextBinFile::GetRecordCount() {
     if (m_pFilter) return m_pFilter->GetCount();
     if (m_bSortTree) return m_SortTree.GetCount();
-    if (m_pIndexFile) return m_pIndexFile->GetRecordCount();
     return CBinFile::GetRecordCount();
 }
 
 int CTextBinFile::IndexCount(int viewCount) {
-    if (!m_pIndexFile) return 0;
-    // Without filter and tree the view count is the index file's count already.
-    return (m_pFilter || m_bSortTree) ? m_pIndexFile->GetRecordCount() : viewCount;
+    (void)viewCount;
+    return m_pIndexFile ? m_pIndexFile->GetRecordCount() : 0;
 }
 
 int CTextBinFile::ViewRecord(int serial, int indexCount) {
@@ -268,7 +266,7 @@ bool CTextBinFile::Add(const char* text, int length, int& record, bool sorted, b
             GetRecords(r, r, buffer, got, false);
         }
         if (got <= 0) {
-            c = length == 0 ? 0 : 1;  // an empty record sorts before every word
+            c = 1;  // an empty record sorts below the text, an empty text included
         } else {
             int common = std::min(got, length);
             c = common > 0 ? std::memcmp(bytes, buffer, static_cast<std::size_t>(common)) : 0;

@@ -1,0 +1,17 @@
+// Word-at-a-time helpers shared by the bit array sources.
+#pragma once
+
+#include <cstdint>
+
+#if defined(__x86_64__) && defined(__GNUC__)
+// The population count instruction is not in the base x86-64 set; without it the
+// compiler calls a slow library routine, so counting loops get a second version.
+#define DORVIK_POPCOUNT_CLONES __attribute__((target_clones("popcnt", "default")))
+#else
+#define DORVIK_POPCOUNT_CLONES
+#endif
+
+namespace dorvik::bits {
+using Word = std::uint64_t;
+using Bits = std::int64_t;  // bit positions and bit totals, which can pass INT_MAX
+}  // namespace dorvik::bits
