@@ -2,7 +2,6 @@
 // a length-changing write three levels deep in a large nested file. Peers: the same
 // work on sorted number lists in memory (std::vector and <algorithm>).
 #include <benchmark/benchmark.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -12,14 +11,9 @@
 
 #include <Dorvik01.h>
 
-namespace {
-std::string BenchPath(const char* name) { return std::string("/tmp/dorvik-bench-") + name; }
+#include "BenchUtil.h"
 
-double PeakMegabytes() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return static_cast<double>(usage.ru_maxrss) / 1024.0;
-}
+namespace {
 
 // Rows of `bitsPerRow` random columns below `columns`, sorted.
 std::vector<std::vector<unsigned>> RandomRows(int rows, int columns, int bitsPerRow, unsigned seed) {
@@ -47,6 +41,7 @@ void WriteRows(const std::string& path, const std::vector<std::vector<unsigned>>
 void BM_InvertSparseMatrix(benchmark::State& state) {
     std::string source = BenchPath("matrix.bin"), target = BenchPath("matrix-t.bin");
     WriteRows(source, RandomRows(100000, 100000, 100, 1));
+    state.counters["before_MB"] = PeakMegabytes();
     for (auto _ : state) {
         CBitsBinFile in(source.c_str(), CFile::modeRead);
         CBitsBinFile out(target.c_str(), CFile::modeCreate | CFile::modeReadWrite);

@@ -11,8 +11,9 @@
 
 #include <Dorvik01.h>
 
+#include "BenchUtil.h"
+
 namespace {
-std::string BenchPath(const char* name) { return std::string("/tmp/dorvik-bench-") + name; }
 
 unsigned char g_record[24] = "a small record of bytes";
 

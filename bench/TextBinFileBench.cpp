@@ -10,13 +10,13 @@
 #include <vector>
 
 #include <Dorvik01.h>
+
+#include "BenchUtil.h"
 #include <dorvik/IXFile.h>
 #include <dorvik/TextBinFile.h>
 
 namespace {
 constexpr UINT kCreate = CFile::modeCreate | CFile::modeReadWrite;
-
-std::string BenchPath(const char* name) { return std::string("/tmp/dorvik-bench-") + name; }
 
 // `count` pseudo-random words of 3 to 12 bytes, some above 127, zero-terminated back to
 // back in one block so that the word list itself costs little memory.
@@ -42,12 +42,6 @@ const WordList& RandomWords(int count) {
         list.bytes.push_back('\0');
     }
     return list;
-}
-
-double PeakMegabytes() {
-    struct rusage usage {};
-    getrusage(RUSAGE_SELF, &usage);
-    return static_cast<double>(usage.ru_maxrss) / 1024.0;  // kilobytes on Linux
 }
 
 void BM_TextBulkBuildSortTree(benchmark::State& state) {

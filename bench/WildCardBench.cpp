@@ -3,7 +3,6 @@
 // next to a hash-map look-up of the bare word (the floor of any dictionary method).
 #include <benchmark/benchmark.h>
 #include <fnmatch.h>
-#include <sys/resource.h>
 
 #include <cstdio>
 #include <random>
@@ -13,14 +12,9 @@
 
 #include <Dorvik01.h>
 
-namespace {
-std::string BenchPath(const char* name) { return std::string("/tmp/dorvik-bench-") + name; }
+#include "BenchUtil.h"
 
-double PeakMegabytes() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return static_cast<double>(usage.ru_maxrss) / 1024.0;
-}
+namespace {
 
 // Windows-1256 Arabic letters and the eight marks.
 const std::string kLetters = "\xC7\xC8\xCA\xCB\xCC\xCD\xCE\xCF\xD0\xD1\xD2\xD3\xD4\xD5\xD6\xD8\xD9\xDA\xDB\xDD\xDE\xDF\xE1\xE3\xE4\xE5\xE6\xED";
@@ -72,6 +66,7 @@ void BM_IndexForWildCards1M(benchmark::State& state) {
     std::string words = BenchPath("dict-1m.bin"), index = BenchPath("dict-1m.idx");
     WriteDictionary(words, corpus.forms);
     CTextBinFile dictionary(words.c_str(), CFile::modeRead);
+    state.counters["before_MB"] = PeakMegabytes();  // the corpus and its file
     for (auto _ : state) dictionary.IndexForWildCards(index.c_str(), DiacriticMarks, nullptr);
     CFileStatus status;
     CFile::GetStatus(index.c_str(), status);

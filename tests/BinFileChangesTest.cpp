@@ -11,19 +11,7 @@
 #include "dorvik/BitArray.h"
 
 namespace {
-unsigned char* P(const char* text) { return reinterpret_cast<unsigned char*>(const_cast<char*>(text)); }
-
-std::vector<std::string> Records(CBinFile& f) {
-    std::vector<std::string> out;
-    for (int i = 0; i < f.GetRecordCount(); ++i) {
-        unsigned char* b = nullptr;
-        int n = 0;
-        f.GetRecord(i, b, n, true);
-        out.emplace_back(reinterpret_cast<char*>(b), static_cast<std::size_t>(n));
-        DropBlock(b);
-    }
-    return out;
-}
+std::vector<std::string> Records(CBinFile& f) { return RecordsOf(f); }
 
 Bytes Image(const std::vector<std::string>& records) {
     std::vector<Bytes> r;

@@ -118,3 +118,20 @@ TEST(Diacritize, TheCachedBufferAgreesWithWordByWordLookUps) {
     }
     EXPECT_EQ(d.Buffer(text), "<" + expected);
 }
+
+TEST(Diacritize, TakesAnyBytesAsABuffer) {
+    Dictionary d;
+    std::mt19937 rng(12);
+    for (int k = 0; k < 20; ++k) {
+        std::string text;
+        for (int i = 0; i < 2000; ++i) text += static_cast<char>(1 + rng() % 255);
+        std::string out = d.Buffer(text);
+        // Every delimiter is still in its place relative to the others.
+        std::string delimitersIn, delimitersOut;
+        for (char c : text)
+            if (CStringToken::IsDelimiter(c, DiacritizeDelimiters)) delimitersIn += c;
+        for (char c : out.substr(1))
+            if (CStringToken::IsDelimiter(c, DiacritizeDelimiters)) delimitersOut += c;
+        EXPECT_EQ(delimitersIn, delimitersOut);
+    }
+}

@@ -9,19 +9,7 @@
 #include "TestUtil.h"
 
 namespace {
-unsigned char* P(const char* text) { return reinterpret_cast<unsigned char*>(const_cast<char*>(text)); }
-
-std::vector<std::string> Records(CBinFile& f) {
-    std::vector<std::string> out;
-    for (int i = 0; i < f.GetRecordCount(); ++i) {
-        unsigned char* b = nullptr;
-        int n = 0;
-        f.GetRecord(i, b, n, true);
-        out.emplace_back(reinterpret_cast<char*>(b), static_cast<std::size_t>(n));
-        DropBlock(b);
-    }
-    return out;
-}
+std::vector<std::string> Records(CBinFile& f) { return RecordsOf(f); }
 
 Bytes BlockBytes(BYTE* block, DWORD length) { return Bytes(block, block + length); }
 }  // namespace

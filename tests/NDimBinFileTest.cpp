@@ -9,8 +9,6 @@
 #include "TestUtil.h"
 
 namespace {
-unsigned char* P(const char* text) { return reinterpret_cast<unsigned char*>(const_cast<char*>(text)); }
-
 Bytes Image(const std::vector<Bytes>& records) { return RecordFileImage(records); }
 
 Bytes At(CNDimBinFile& f, std::vector<int> path) {

@@ -1,5 +1,7 @@
 #include "TestUtil.h"
 
+#include "dorvik/BinFile.h"
+
 #include <sys/stat.h>
 
 #include <cstdlib>
@@ -76,4 +78,16 @@ Bytes RecordFileImage(const std::vector<Bytes>& records) {
     }
     table = Cat({table, Words({offset})});
     return Cat({data, table});
+}
+
+std::vector<std::string> RecordsOf(CBinFile& file) {
+    std::vector<std::string> out;
+    for (int i = 0; i < file.GetRecordCount(); ++i) {
+        unsigned char* b = nullptr;
+        int n = 0;
+        file.GetRecord(i, b, n, true);
+        out.emplace_back(reinterpret_cast<char*>(b), static_cast<std::size_t>(n));
+        DropBlock(b);
+    }
+    return out;
 }

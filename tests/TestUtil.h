@@ -6,6 +6,8 @@
 
 using Bytes = std::vector<unsigned char>;
 
+class CBinFile;
+
 // A directory of its own for one test, removed with all it holds at the end.
 class TempDir {
 public:
@@ -32,3 +34,7 @@ void WriteAll(const std::string& path, const Bytes& bytes);
 bool Exists(const std::string& path);
 // The record file image of a list of records, built by hand.
 Bytes RecordFileImage(const std::vector<Bytes>& records);
+// A text as the unsigned bytes the record writers take.
+inline unsigned char* P(const char* text) { return reinterpret_cast<unsigned char*>(const_cast<char*>(text)); }
+// Every record of an open record file, in order.
+std::vector<std::string> RecordsOf(CBinFile& file);
