@@ -44,6 +44,15 @@ const WordList& RandomWords(int count) {
     return list;
 }
 
+// The first `count` words through the sort tree, with `index` as the sorted view.
+void BulkBuild(CTextBinFile& file, CIXFile& index, const WordList& words, int count) {
+    file.SetIndexFile(&index);
+    file.InitSortTree(true, true, nullptr, nullptr);
+    int record = 0;
+    for (int i = 0; i < count; ++i) file.Add(words.At(i), -1, record, true, false);
+    file.FreeSortTree(true, nullptr);
+}
+
 void BM_TextBulkBuildSortTree(benchmark::State& state) {
     const int count = static_cast<int>(state.range(0));
     const WordList& words = RandomWords(count);
@@ -55,11 +64,7 @@ void BM_TextBulkBuildSortTree(benchmark::State& state) {
         std::remove(indexPath.c_str());
         CTextBinFile file(path.c_str(), kCreate);
         CIXFile index(indexPath.c_str(), kCreate);
-        file.SetIndexFile(&index);
-        file.InitSortTree(true, true, nullptr, nullptr);
-        int record = 0;
-        for (int i = 0; i < count; ++i) file.Add(words.At(i), -1, record, true, false);
-        file.FreeSortTree(true, nullptr);
+        BulkBuild(file, index, words, count);
         benchmark::DoNotOptimize(file.GetRecordCount());
     }
     state.SetItemsProcessed(state.iterations() * count);
@@ -105,11 +110,7 @@ void BM_TextFindBinary(benchmark::State& state) {
     std::remove(indexPath.c_str());
     CTextBinFile file(path.c_str(), kCreate);
     CIXFile index(indexPath.c_str(), kCreate);
-    file.SetIndexFile(&index);
-    file.InitSortTree(true, true, nullptr, nullptr);
-    int record = 0;
-    for (int i = 0; i < count; ++i) file.Add(words.At(i), -1, record, true, false);
-    file.FreeSortTree(true, nullptr);
+    BulkBuild(file, index, words, count);
     std::mt19937 rng(3);
     for (auto _ : state) {
         std::string prefix(words.At(static_cast<int>(rng() % static_cast<unsigned>(count))), 3);

@@ -10,17 +10,10 @@
 #include "index/BitRecord.h"
 
 using dorvik::Block;
+using dorvik::CompressBytes;
 using dorvik::Hold;
 
 namespace {
-
-// The compressed form of `length` plain bytes (null data: all zero, nothing stored).
-Block CompressBytes(const unsigned char* data, int length, int& compressedLength) {
-    unsigned char* out = nullptr;
-    compressedLength = 0;
-    if (data && length > 0) CBitArray::Compress(data, length, out, compressedLength);
-    return Hold(out);
-}
 
 // Set bits counted on a compressed form, item by item, without expanding it.
 int CountCompressed(const unsigned char* p, int length) {

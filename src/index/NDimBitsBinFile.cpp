@@ -15,24 +15,15 @@ CNDimBitsBinFile::CNDimBitsBinFile(const char* path, UINT flags) : CNDimBinFile(
 
 CNDimBitsBinFile::~CNDimBitsBinFile() = default;
 
-namespace {
-Block Compressed(const unsigned char* data, int length, int& compressedLength) {
-    unsigned char* out = nullptr;
-    compressedLength = 0;
-    if (data && length > 0) CBitArray::Compress(data, length, out, compressedLength);
-    return Hold(out);
-}
-}  // namespace
-
 void CNDimBitsBinFile::Insert(int dim, int* indices, unsigned char* data, int length) {
     int n = 0;
-    Block packed = Compressed(data, length, n);
+    Block packed = dorvik::CompressBytes(data, length, n);
     CNDimBinFile::Insert(dim, indices, packed.get(), n);
 }
 
 void CNDimBitsBinFile::Modify(int dim, int* indices, unsigned char* data, int length) {
     int n = 0;
-    Block packed = Compressed(data, length, n);
+    Block packed = dorvik::CompressBytes(data, length, n);
     CNDimBinFile::Modify(dim, indices, packed.get(), n);
 }
 
