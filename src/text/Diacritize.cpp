@@ -27,9 +27,17 @@ template <class Frequency>
 bool Choose(CString& word, CTextBinFile& dictionary, const CBitArray& hits, Frequency frequency) {
     int best = -1, chosen = -1;
     const unsigned char* bytes = hits.GetBuffer();
-    for (int i = 0; i < hits.GetLength(); ++i) {
-        for (unsigned b = bytes[i]; b; b &= b - 1) {
-            int record = i * 8 + std::countr_zero(b);
+    int length = hits.GetLength();
+    for (int i = 0; i < length; i += 8) {
+        // Eight bytes at a time: most of a hit set is zero.
+        std::uint64_t word = 0;
+        if (length - i >= 8) {
+            std::memcpy(&word, bytes + i, 8);
+        } else {
+            for (int k = length - i - 1; k >= 0; --k) word = (word << 8) | bytes[i + k];
+        }
+        for (; word; word &= word - 1) {
+            int record = i * 8 + std::countr_zero(word);
             int f = frequency(record);
             if (f > best) {  // greater, not equal: the lowest record wins a tie
                 best = f;
