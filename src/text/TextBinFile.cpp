@@ -538,8 +538,10 @@ void CTextBinFile::UpdateFile() {
     Seek(0, begin);
     Write(m_pFileData, static_cast<UINT>(m_nFileDataSize));
     Write(m_pFileAddresses, static_cast<UINT>(m_nFileAddressesSize));
-    // The table now stands behind the data: the file is a complete record file.
+    // The table now stands behind the data: the file is a complete record file, and
+    // from here on every change lands whole.
     m_bSafeMode = true;
+    SetWriteBehind(false);
     SetLength(static_cast<DWORD>(m_nFileDataSize) + static_cast<DWORD>(m_nFileAddressesSize));
     Flush();
     LoadAddresses();
