@@ -153,7 +153,10 @@ void CFile::Write(const void* buffer, UINT count) {
     if (m_nPos + count > kMaxFileSize) throw CFileException(CFileException::diskFull, EFBIG, m_strFileName);
     if (m_bWriteBehind && count < kWriteBehind / 2) {
         if (!m_pending.empty() && m_nPos != m_nPendingStart + static_cast<std::int64_t>(m_pending.size())) FlushWriteBehind();
-        if (m_pending.empty()) m_nPendingStart = m_nPos;
+        if (m_pending.empty()) {
+            m_nPendingStart = m_nPos;
+            m_pending.reserve(kWriteBehind + kWriteBehind / 2);
+        }
         m_pending.append(static_cast<const char*>(buffer), count);
         m_nPos += count;
         if (m_pending.size() >= kWriteBehind) FlushWriteBehind();
@@ -180,9 +183,13 @@ void CFile::WriteAt(const void* buffer, UINT count, std::int64_t at) {
 
 void CFile::FlushWriteBehind() {
     if (m_pending.empty()) return;
-    std::string pending;
-    pending.swap(m_pending);  // dropped even when the write fails: it is reported once
-    WriteAt(pending.data(), static_cast<UINT>(pending.size()), m_nPendingStart);
+    try {
+        WriteAt(m_pending.data(), static_cast<UINT>(m_pending.size()), m_nPendingStart);
+    } catch (...) {
+        m_pending.clear();  // dropped when the write fails: the error is reported once
+        throw;
+    }
+    m_pending.clear();  // keeps its room for the next gathering
 }
 
 void CFile::SetWriteBehind(bool on) {
