@@ -90,7 +90,8 @@ void BM_Decompress(benchmark::State& state) {
     CBitArray::Compress(bytes.data(), kBytes, packed, packedLength);
     for (auto _ : state) {
         state.PauseTiming();  // Decompress consumes its block: each round gets a copy
-        unsigned char* buffer = static_cast<unsigned char*>(GrabBlock(static_cast<std::size_t>(packedLength)));
+        unsigned char* buffer =
+            static_cast<unsigned char*>(GrabBlock(static_cast<std::size_t>(packedLength)));
         std::memcpy(buffer, packed, static_cast<std::size_t>(packedLength));
         int length = packedLength;
         state.ResumeTiming();

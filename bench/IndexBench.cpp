@@ -16,7 +16,8 @@
 namespace {
 
 // Rows of `bitsPerRow` random columns below `columns`, sorted.
-std::vector<std::vector<unsigned>> RandomRows(int rows, int columns, int bitsPerRow, unsigned seed) {
+std::vector<std::vector<unsigned>> RandomRows(int rows, int columns, int bitsPerRow,
+                                              unsigned seed) {
     std::mt19937 rng(seed);
     std::vector<std::vector<unsigned>> out(static_cast<std::size_t>(rows));
     for (auto& row : out) {
@@ -97,9 +98,11 @@ void BM_SortedListsPeer(benchmark::State& state) {
         for (std::size_t i = 1; i < rows.size(); ++i) {
             next.clear();
             if (unite) {
-                std::set_union(acc.begin(), acc.end(), rows[i].begin(), rows[i].end(), std::back_inserter(next));
+                std::set_union(acc.begin(), acc.end(), rows[i].begin(), rows[i].end(),
+                               std::back_inserter(next));
             } else {
-                std::set_intersection(acc.begin(), acc.end(), rows[i].begin(), rows[i].end(), std::back_inserter(next));
+                std::set_intersection(acc.begin(), acc.end(), rows[i].begin(), rows[i].end(),
+                                      std::back_inserter(next));
             }
             acc.swap(next);
         }
@@ -124,7 +127,8 @@ void BM_NestedModifyDepth3(benchmark::State& state) {
         }
         CBinFile top(path.c_str(), CFile::modeCreate | CFile::modeReadWrite);
         top.SetSafeMode(false);
-        for (int k = 0; k < 10; ++k) top.Add(middle.m_lpBuffer, static_cast<int>(middle.GetLength()));
+        for (int k = 0; k < 10; ++k)
+            top.Add(middle.m_lpBuffer, static_cast<int>(middle.GetLength()));
     }
     CNDimBinFile file(path.c_str(), CFile::modeReadWrite);
     int where[] = {5, 5, 50};

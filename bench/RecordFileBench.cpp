@@ -76,7 +76,8 @@ sqlite3* OpenSqlite(const std::string& path, int count) {
     std::remove(path.c_str());
     sqlite3* db = nullptr;
     sqlite3_open(path.c_str(), &db);
-    sqlite3_exec(db, "PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF; CREATE TABLE r(v BLOB);", nullptr, nullptr, nullptr);
+    sqlite3_exec(db, "PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF; CREATE TABLE r(v BLOB);",
+                 nullptr, nullptr, nullptr);
     sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
     sqlite3_stmt* insert = nullptr;
     sqlite3_prepare_v2(db, "INSERT INTO r(v) VALUES(?)", -1, &insert, nullptr);

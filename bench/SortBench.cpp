@@ -20,7 +20,8 @@ std::string BenchPath(const char* name) { return std::string("/tmp/dorvik-bench-
 void BuildValueFile(const std::string& path, int count, bool sorted) {
     std::vector<DWORD> values(static_cast<size_t>(count));
     std::mt19937 rng(11);
-    for (int i = 0; i < count; ++i) values[static_cast<size_t>(i)] = sorted ? static_cast<DWORD>(i) : rng() % 100000000u;
+    for (int i = 0; i < count; ++i)
+        values[static_cast<size_t>(i)] = sorted ? static_cast<DWORD>(i) : rng() % 100000000u;
     CIXFile file(path.c_str(), CFile::modeCreate | CFile::modeReadWrite);
     file.AddRecords(values.data(), count);
 }
@@ -90,7 +91,8 @@ void FindValues(benchmark::State& state, bool indexed) {
     if (indexed) file.SetIndexFile(&order);
     std::mt19937 rng(5);
     std::vector<int> wanted;
-    for (int i = 0; i < 64; ++i) wanted.push_back(file.GetRecord(static_cast<int>(rng() % static_cast<unsigned>(count))));
+    for (int i = 0; i < 64; ++i)
+        wanted.push_back(file.GetRecord(static_cast<int>(rng() % static_cast<unsigned>(count))));
     size_t next = 0;
     for (auto _ : state) {
         benchmark::DoNotOptimize(file.Find(-1, wanted[next]));

@@ -11,9 +11,9 @@
 
 #include <Dorvik01.h>
 
-#include "BenchUtil.h"
 #include <dorvik/IXFile.h>
 #include <dorvik/TextBinFile.h>
+#include "BenchUtil.h"
 
 namespace {
 constexpr UINT kCreate = CFile::modeCreate | CFile::modeReadWrite;
@@ -68,8 +68,8 @@ void BM_TextBulkBuildSortTree(benchmark::State& state) {
         benchmark::DoNotOptimize(file.GetRecordCount());
     }
     state.SetItemsProcessed(state.iterations() * count);
-    state.counters["words/s"] =
-        benchmark::Counter(static_cast<double>(state.iterations()) * count, benchmark::Counter::kIsRate);
+    state.counters["words/s"] = benchmark::Counter(static_cast<double>(state.iterations()) * count,
+                                                   benchmark::Counter::kIsRate);
     state.counters["peak_MB"] = PeakMegabytes();
     state.counters["before_MB"] = before;
     std::remove(path.c_str());
@@ -98,7 +98,11 @@ void BM_TextSortedAdd(benchmark::State& state) {
     std::remove(path.c_str());
     std::remove(indexPath.c_str());
 }
-BENCHMARK(BM_TextSortedAdd)->Args({10000, 0})->Args({10000, 1})->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_TextSortedAdd)
+    ->Args({10000, 0})
+    ->Args({10000, 1})
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
 
 // Binary anchored Find of random prefixes in a sorted view of `count` words.
 void BM_TextFindBinary(benchmark::State& state) {
@@ -114,7 +118,8 @@ void BM_TextFindBinary(benchmark::State& state) {
     std::mt19937 rng(3);
     for (auto _ : state) {
         std::string prefix(words.At(static_cast<int>(rng() % static_cast<unsigned>(count))), 3);
-        int found = file.Find(-1, prefix.c_str(), nullptr, false, false, true, false, true, false, nullptr);
+        int found =
+            file.Find(-1, prefix.c_str(), nullptr, false, false, true, false, true, false, nullptr);
         benchmark::DoNotOptimize(found);
     }
     state.SetItemsProcessed(state.iterations());

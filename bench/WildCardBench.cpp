@@ -17,7 +17,9 @@
 namespace {
 
 // Windows-1256 Arabic letters and the eight marks.
-const std::string kLetters = "\xC7\xC8\xCA\xCB\xCC\xCD\xCE\xCF\xD0\xD1\xD2\xD3\xD4\xD5\xD6\xD8\xD9\xDA\xDB\xDD\xDE\xDF\xE1\xE3\xE4\xE5\xE6\xED";
+const std::string kLetters =
+    "\xC7\xC8\xCA\xCB\xCC\xCD\xCE\xCF\xD0\xD1\xD2\xD3\xD4\xD5\xD6\xD8\xD9\xDA\xDB\xDD\xDE\xDF\xE1"
+    "\xE3\xE4\xE5\xE6\xED";
 const std::string kMarks = "\xF3\xF0\xF5\xF1\xF6\xF2\xF8\xFA";
 
 std::string Bare(std::mt19937& rng) {
@@ -143,7 +145,8 @@ struct DiacritizeFiles {
         {
             CIXFile frequencies(counts.c_str(), CFile::modeCreate | CFile::modeReadWrite, 4);
             std::mt19937 rng(4);
-            for (std::size_t i = 0; i < corpus.forms.size(); ++i) frequencies.Add(static_cast<int>(rng() % 1000));
+            for (std::size_t i = 0; i < corpus.forms.size(); ++i)
+                frequencies.Add(static_cast<int>(rng() % 1000));
         }
         CTextBinFile dictionary(words.c_str(), CFile::modeRead);
         dictionary.IndexForWildCards(index.c_str(), DiacriticMarks, nullptr);
@@ -179,7 +182,8 @@ void BM_HashMapFloor(benchmark::State& state) {
     const DiacritizeFiles& f = Files();
     const Corpus& corpus = MakeCorpus(33334);
     std::unordered_map<std::string, std::string> answer;
-    for (std::size_t i = 0; i < corpus.bare.size(); ++i) answer.emplace(corpus.bare[i], corpus.forms[3 * i]);
+    for (std::size_t i = 0; i < corpus.bare.size(); ++i)
+        answer.emplace(corpus.bare[i], corpus.forms[3 * i]);
     for (auto _ : state) {
         std::string out;
         std::size_t start = 0;

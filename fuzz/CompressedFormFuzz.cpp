@@ -27,7 +27,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             DropBlock(again);
         }
         DropBlock(copy);
-    } catch (const CMemoryException&) {
-    }
+    } catch (const CMemoryException&) {}
     return 0;
 }

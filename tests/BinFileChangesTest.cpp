@@ -45,7 +45,7 @@ TEST(RecordFileChanges, InsertBeyondTheEndLeavesOneEmptyRecordBehind) {
     TempDir dir;
     CBinFile f(dir.Path("a").c_str(), CFile::modeCreate | CFile::modeReadWrite);
     f.Add(P("ab"), 2);
-    f.Insert(3, P("xyz"), 3);  // behind record 3 of a 1-record file
+    f.Insert(3, P("xyz"), 3);          // behind record 3 of a 1-record file
     EXPECT_EQ(f.GetRecordCount(), 6);  // records 1..3 empty, 4 new, 5 empty
     EXPECT_EQ(ReadAll(dir.Path("a")), Cat({B("abxyz"), Words({0, 2, 2, 2, 2, 5, 5})}));
     f.Insert(-1, P("F"), 1);
@@ -96,7 +96,8 @@ TEST(RecordFileChanges, DeleteClampsAndEmptiesTheFile) {
 TEST(RecordFileChanges, DeleteAllAndDeleteEmpty) {
     TempDir dir;
     CBinFile f(dir.Path("a").c_str(), CFile::modeCreate | CFile::modeReadWrite);
-    for (const char* s : {"", "", "a", "", "b", "", "", ""}) f.Add(P(s), static_cast<int>(std::strlen(s)));
+    for (const char* s : {"", "", "a", "", "b", "", "", ""})
+        f.Add(P(s), static_cast<int>(std::strlen(s)));
     EXPECT_EQ(f.DeleteEmpty(), 6);
     EXPECT_EQ(ReadAll(dir.Path("a")), Image({"a", "b"}));
     f.SetSafeMode(false);
@@ -192,14 +193,15 @@ TEST(RecordFileChanges, MovesKeepAllBytesWhenMemoryIsShort) {
     CBinFile f(dir.Path("a").c_str(), CFile::modeCreate | CFile::modeReadWrite);
     std::vector<std::string> model;
     for (int i = 0; i < 50; ++i) {
-        model.push_back(std::string(static_cast<std::size_t>(i * 3 + 1), static_cast<char>('a' + i % 26)));
+        model.push_back(
+            std::string(static_cast<std::size_t>(i * 3 + 1), static_cast<char>('a' + i % 26)));
         f.Add(P(model.back().c_str()), static_cast<int>(model.back().size()));
     }
     {
-        BlockLimit limit(7);  // every move goes through pieces of a few bytes
-        f.Insert(2, P("0123456789abcdef"), 16);   // towards higher offsets, overlapping
+        BlockLimit limit(7);                     // every move goes through pieces of a few bytes
+        f.Insert(2, P("0123456789abcdef"), 16);  // towards higher offsets, overlapping
         model.insert(model.begin() + 3, "0123456789abcdef");
-        f.Delete(0, 1);                            // towards lower offsets
+        f.Delete(0, 1);  // towards lower offsets
         model.erase(model.begin(), model.begin() + 2);
         f.Modify(5, P("short"), 5);
         model[5] = "short";
@@ -244,7 +246,10 @@ TEST(RecordFileChanges, RandomChangesMatchAModel) {
             unsigned char* data = P(text.c_str());
             int len = static_cast<int>(text.size());
             switch (rng() % 5) {
-                case 0: f.Add(data, len); model.push_back(text); break;
+                case 0:
+                    f.Add(data, len);
+                    model.push_back(text);
+                    break;
                 case 1: {
                     int after = static_cast<int>(rng() % (n + 3)) - 1;
                     f.Insert(after, data, len);

@@ -127,10 +127,10 @@ TEST(RecordFile, RefusesFilesWhoseLastWordIsNoTableOffset) {
         EXPECT_THROW(CBinFile g(dir.Path("short").c_str(), CFile::modeRead), CFileException);
     }
     const Bytes bad[] = {
-        Words({1}),                          // 4 bytes, nonzero
-        Cat({B("abcd"), Words({8})}),        // at the length
+        Words({1}),                             // 4 bytes, nonzero
+        Cat({B("abcd"), Words({8})}),           // at the length
         Cat({B("abcd"), Words({0x80000004})}),  // top bit set
-        Cat({B("abc"), Words({5})}),         // leaves less than one table word
+        Cat({B("abc"), Words({5})}),            // leaves less than one table word
     };
     for (const Bytes& image : bad) {
         WriteAll(dir.Path("bad"), image);

@@ -229,15 +229,29 @@ namespace {
 struct Model {
     Bytes bytes;
     long Bits() const { return static_cast<long>(bytes.size()) * 8; }
-    bool Get(long bit) const { return bit >= 0 && bit < Bits() && (bytes[bit >> 3] >> (bit & 7) & 1); }
-    void Put(long bit, bool v) {
-        if (v) bytes[bit >> 3] |= static_cast<unsigned char>(1 << (bit & 7));
-        else bytes[bit >> 3] &= static_cast<unsigned char>(~(1 << (bit & 7)));
+    bool Get(long bit) const {
+        return bit >= 0 && bit < Bits() && (bytes[bit >> 3] >> (bit & 7) & 1);
     }
-    void Grow(long length) { if (length > static_cast<long>(bytes.size())) bytes.resize(length, 0); }
-    void SetRange(long from, long to) { Grow(to / 8 + 1); for (long i = from; i <= to; ++i) Put(i, true); }
-    void ResetRange(long from, long to) { for (long i = from; i <= std::min(to, Bits() - 1); ++i) Put(i, false); }
-    void XOrRange(long from, long to) { Grow(to / 8 + 1); for (long i = from; i <= to; ++i) Put(i, !Get(i)); }
+    void Put(long bit, bool v) {
+        if (v)
+            bytes[bit >> 3] |= static_cast<unsigned char>(1 << (bit & 7));
+        else
+            bytes[bit >> 3] &= static_cast<unsigned char>(~(1 << (bit & 7)));
+    }
+    void Grow(long length) {
+        if (length > static_cast<long>(bytes.size())) bytes.resize(length, 0);
+    }
+    void SetRange(long from, long to) {
+        Grow(to / 8 + 1);
+        for (long i = from; i <= to; ++i) Put(i, true);
+    }
+    void ResetRange(long from, long to) {
+        for (long i = from; i <= std::min(to, Bits() - 1); ++i) Put(i, false);
+    }
+    void XOrRange(long from, long to) {
+        Grow(to / 8 + 1);
+        for (long i = from; i <= to; ++i) Put(i, !Get(i));
+    }
     void Invert(long bits) {
         if (bits > Bits()) Grow((bits + 7) / 8);
         for (auto& b : bytes) b = static_cast<unsigned char>(~b);
@@ -247,9 +261,14 @@ struct Model {
         long bits = Bits();
         Grow((bits + count + (bit > bits - 1 ? bit - bits : 0) + 7) / 8);
         for (long j = bits - 1; j > bit; --j)
-            if (Get(j)) { Put(j, false); Put(j + count, true); }
-        if (value) SetRange(bit + 1, bit + count);
-        else ResetRange(bit + 1, bit + count);
+            if (Get(j)) {
+                Put(j, false);
+                Put(j + count, true);
+            }
+        if (value)
+            SetRange(bit + 1, bit + count);
+        else
+            ResetRange(bit + 1, bit + count);
     }
     void Delete(long from, long to) {
         long bits = Bits();
@@ -258,8 +277,11 @@ struct Model {
         ResetRange(from, to);
         long n = to - from + 1;
         for (long j = to + 1; j < bits; ++j) {
-            if (Get(j)) { Put(j, false); Put(j - n, true); }
-            else Put(j - n, false);
+            if (Get(j)) {
+                Put(j, false);
+                Put(j - n, true);
+            } else
+                Put(j - n, false);
         }
         long left = std::max(0L, bits - n);
         bytes.resize((left + 7) / 8);
@@ -288,14 +310,30 @@ TEST(BitArrayBits, RandomSequencesMatchTheBitByBitRules) {
             int x = pick(260), y = x + pick(140) - 20, count = 1 + pick(90);
             bool value = false;
             switch (pick(8)) {
-                case 0: if (y >= x) a.SetRange(x, y), m.SetRange(x, y); break;
-                case 1: if (y >= x) a.ResetRange(x, y), m.ResetRange(x, y); break;
-                case 2: if (y >= x) a.XOrRange(x, y), m.XOrRange(x, y); break;
-                case 3: a.Invert(x), m.Invert(x); break;
-                case 4: value = pick(2), a.Insert(x - 1, count, value), m.Insert(x - 1, count, value); break;
-                case 5: a.Delete(x, y), m.Delete(x, y); break;
-                case 6: if (y >= x) a.CopyRange(other, x, y), m.CopyRange(o, x, y); break;
-                default: a.SetAt(x), m.Grow(x / 8 + 1), m.Put(x, true); break;
+                case 0:
+                    if (y >= x) a.SetRange(x, y), m.SetRange(x, y);
+                    break;
+                case 1:
+                    if (y >= x) a.ResetRange(x, y), m.ResetRange(x, y);
+                    break;
+                case 2:
+                    if (y >= x) a.XOrRange(x, y), m.XOrRange(x, y);
+                    break;
+                case 3:
+                    a.Invert(x), m.Invert(x);
+                    break;
+                case 4:
+                    value = pick(2), a.Insert(x - 1, count, value), m.Insert(x - 1, count, value);
+                    break;
+                case 5:
+                    a.Delete(x, y), m.Delete(x, y);
+                    break;
+                case 6:
+                    if (y >= x) a.CopyRange(other, x, y), m.CopyRange(o, x, y);
+                    break;
+                default:
+                    a.SetAt(x), m.Grow(x / 8 + 1), m.Put(x, true);
+                    break;
             }
             ASSERT_EQ(Content(a), m.bytes) << "round " << round << " step " << step;
             long set = 0;
@@ -358,7 +396,9 @@ TEST(BitArrayQueries, CountsOverRangesAndWholeArrays) {
 // ---- Compressed form -----------------------------------------------------------------------
 
 TEST(BitArrayCompression, CompressWritesTheExactForm) {
-    struct Case { Bytes plain, form; } cases[] = {
+    struct Case {
+        Bytes plain, form;
+    } cases[] = {
         {Hex("00 00 00 05 FF FF 00"), Hex("01 00 03 00 05 FF 02 00")},
         {Hex("01"), Hex("01 01")},
         {Hex("00 01"), Hex("01 00 01 00 01")},
@@ -402,30 +442,37 @@ TEST(BitArrayCompression, MembersSwitchBetweenTheTwoForms) {
 }
 
 TEST(BitArrayCompression, SetAtChangesTheFormInPlace) {
-    struct Case { const char* before; int bit; const char* after; bool result; } cases[] = {
+    struct Case {
+        const char* before;
+        int bit;
+        const char* after;
+        bool result;
+    } cases[] = {
         {"", 0, "01 01", true},
         {"", 800000, "01 00 FF FF 00 A1 86 01", true},
-        {"01 05 00 01 00 07", 8, "01 05 01 07", true},                         // run of 1: -2
-        {"01 05 00 03 00 07", 24, "01 05 00 02 00 01 07", true},               // last byte: +1
-        {"01 05 00 03 00 07", 17, "01 05 00 01 00 02 00 01 00 07", true},      // middle: +4
-        {"01 05 00 03 00 07", 15, "01 05 80 00 02 00 07", true},               // first byte: +1
-        {"01 05 FF 03 00", 20, "01 05 FF 03 00", false},                       // inside a 0xFF run
+        {"01 05 00 01 00 07", 8, "01 05 01 07", true},                     // run of 1: -2
+        {"01 05 00 03 00 07", 24, "01 05 00 02 00 01 07", true},           // last byte: +1
+        {"01 05 00 03 00 07", 17, "01 05 00 01 00 02 00 01 00 07", true},  // middle: +4
+        {"01 05 00 03 00 07", 15, "01 05 80 00 02 00 07", true},           // first byte: +1
+        {"01 05 FF 03 00", 20, "01 05 FF 03 00", false},                   // inside a 0xFF run
         {"01 03 05 07", 9, "01 03 07 07", true},
-        {"01 03 05 07", 8, "01 03 05 07", false},                              // set already
-        {"01 FF 02 00 FE", 16, "01 FF 03 00", true},                           // joins the run before
-        {"01 FE FF 02 00", 0, "01 FF 03 00", true},                            // joins the run behind
-        {"01 FF 01 00 7F FF 01 00", 15, "01 FF 02 00 FF 01 00", true},         // both: the one before
-        {"01 FF FF FF FE", 8 * 65535, "01 FF FF FF FF 01 00", true},           // the run is full
+        {"01 03 05 07", 8, "01 03 05 07", false},                       // set already
+        {"01 FF 02 00 FE", 16, "01 FF 03 00", true},                    // joins the run before
+        {"01 FE FF 02 00", 0, "01 FF 03 00", true},                     // joins the run behind
+        {"01 FF 01 00 7F FF 01 00", 15, "01 FF 02 00 FF 01 00", true},  // both: the one before
+        {"01 FF FF FF FE", 8 * 65535, "01 FF FF FF FF 01 00", true},    // the run is full
         {"01 05 FE", 8, "01 05 FF 01 00", true},
-        {"01 05 00 02", 16, "01 05 00 01 00 01", true},                        // a cut run is dropped
+        {"01 05 00 02", 16, "01 05 00 01 00 01", true},  // a cut run is dropped
     };
     for (const Case& c : cases) {
         Block b(Hex(c.before));
-        EXPECT_EQ(CBitArray::SetAt(b.data, b.length, c.bit), c.result) << c.before << " bit " << c.bit;
+        EXPECT_EQ(CBitArray::SetAt(b.data, b.length, c.bit), c.result)
+            << c.before << " bit " << c.bit;
         EXPECT_EQ(b.Get(), Hex(c.after)) << c.before << " bit " << c.bit;
     }
     Block merged(Hex("01 FF 02 00 FF 01 00"));
-    for (int bit = 0; bit < 24; ++bit) EXPECT_TRUE(CBitArray::GetAt(merged.data, merged.length, bit));
+    for (int bit = 0; bit < 24; ++bit)
+        EXPECT_TRUE(CBitArray::GetAt(merged.data, merged.length, bit));
 }
 
 TEST(BitArrayCompression, SetAtInAZeroRunOfOneShrinksTheStringByTwo) {
@@ -450,7 +497,9 @@ TEST(BitArrayCompression, FormsRoundTripAndReadLikeTheirPlainBytes) {
             b = r < density ? 0xFF : r < 6 ? 0 : static_cast<unsigned char>(random());
         }
         Bytes form = Packed(plain);
-        Bytes trimmed(plain.begin(), std::find_if(plain.rbegin(), plain.rend(), [](unsigned char b) { return b; }).base());
+        Bytes trimmed(
+            plain.begin(),
+            std::find_if(plain.rbegin(), plain.rend(), [](unsigned char b) { return b; }).base());
         ASSERT_EQ(Unpacked(form), trimmed);
         bool endsInZeroRun = false;  // runs are whole and counted from 1; no zero run last
         for (std::size_t i = 1; i < form.size();) {
@@ -479,9 +528,11 @@ TEST(BitArrayHostileInput, AnyByteStringIsReadWithinItsBounds) {
     const unsigned char pool[] = {0x00, 0xFF, 0x01, 0x80, 0x05, 0xFE};
     for (int round = 0; round < 1500; ++round) {
         Bytes form(random() % 24);
-        for (auto& b : form) b = random() % 3 ? pool[random() % 6] : static_cast<unsigned char>(random());
+        for (auto& b : form)
+            b = random() % 3 ? pool[random() % 6] : static_cast<unsigned char>(random());
         Block whole(form);
-        int length = CBitArray::DecompressLength(whole.data ? whole.data + 1 : nullptr, std::max(0, whole.length - 1));
+        int length = CBitArray::DecompressLength(whole.data ? whole.data + 1 : nullptr,
+                                                 std::max(0, whole.length - 1));
         Bytes plain = Unpacked(form);
         ASSERT_EQ(static_cast<int>(plain.size()), length);
         ASSERT_LE(Unpacked(form, static_cast<int>(random() % 5)).size(), plain.size());
@@ -489,7 +540,8 @@ TEST(BitArrayHostileInput, AnyByteStringIsReadWithinItsBounds) {
             int bit = static_cast<int>(random() % (8u * plain.size() + 40));
             std::size_t byte = static_cast<std::size_t>(bit / 8);
             unsigned char mask = static_cast<unsigned char>(1u << (bit & 7));
-            ASSERT_EQ(CBitArray::GetAt(whole.data, whole.length, bit), byte < plain.size() && (plain[byte] & mask));
+            ASSERT_EQ(CBitArray::GetAt(whole.data, whole.length, bit),
+                      byte < plain.size() && (plain[byte] & mask));
             Block changed(form);
             CBitArray::SetAt(changed.data, changed.length, bit);
             Bytes expected = plain;
@@ -513,7 +565,12 @@ TEST(BitArrayHostileInput, AFormThatWouldPassTwoGigabytesIsRefusedBeforeAllocati
 // ---- Raw buffers -------------------------------------------------------------------------------
 
 TEST(BitArrayRawBuffers, MemCombinesIntoTheTarget) {
-    struct Case { Operation op; const char* source; const char* target; const char* result; } cases[] = {
+    struct Case {
+        Operation op;
+        const char* source;
+        const char* target;
+        const char* result;
+    } cases[] = {
         {opAnd, "0F 0F 0F", "03 F0", "03"},
         {opCopy, "11 22", "00 00 00 77", "11 22 00 77"},  // a longer target keeps its tail
         {opOr, "01 02 03", "F0", "F1 02 03"},
@@ -524,7 +581,8 @@ TEST(BitArrayRawBuffers, MemCombinesIntoTheTarget) {
     for (const Case& c : cases) {
         Block target(Hex(c.target));
         Bytes source = Hex(c.source);
-        CBitArray::Mem(c.op, source.data(), static_cast<int>(source.size()), target.data, target.length);
+        CBitArray::Mem(c.op, source.data(), static_cast<int>(source.size()), target.data,
+                       target.length);
         EXPECT_EQ(target.Get(), Hex(c.result)) << c.op;
     }
     Block trimmed(Hex("FF FF FF"));
@@ -578,7 +636,9 @@ TEST(BitArrayIndex, RanksAndBitsOfASmallSet) {
     EXPECT_EQ(a.GetIndexBit(1), 9);
     EXPECT_EQ(a.GetIndexBit(2), -1);
     EXPECT_EQ(a.GetIndexBit(-1), -1);
-    struct { int bit, rank, actual; } cases[] = {{3, 0, 3}, {9, 1, 9}, {5, 0, 3}, {2, -1, -1}, {100, 1, 9}};
+    struct {
+        int bit, rank, actual;
+    } cases[] = {{3, 0, 3}, {9, 1, 9}, {5, 0, 3}, {2, -1, -1}, {100, 1, 9}};
     for (auto c : cases) {
         EXPECT_EQ(a.GetBitIndex(c.bit), c.rank) << c.bit;
         EXPECT_EQ(a.GetActualBit(c.bit), c.actual) << c.bit;
@@ -594,16 +654,20 @@ TEST(BitArrayIndex, SampledIndexAnswersAsAFullWalk) {
     for (int count : {10239, 10240, 30001}) {
         CBitArray a;
         std::vector<int> bits;
-        for (int bit = 0; static_cast<int>(bits.size()) < count; bit += 1 + static_cast<int>(random() % 70)) {
+        for (int bit = 0; static_cast<int>(bits.size()) < count;
+             bit += 1 + static_cast<int>(random() % 70)) {
             a.SetAt(bit);
             bits.push_back(bit);
         }
         ASSERT_EQ(a.GetCount(), count);
-        for (int rank = 0; rank < count; rank += rank < count - 50 ? 1 + static_cast<int>(random() % 5) : 1)
+        for (int rank = 0; rank < count;
+             rank += rank < count - 50 ? 1 + static_cast<int>(random() % 5) : 1)
             ASSERT_EQ(a.GetIndexBit(rank), bits[rank]) << count << " rank " << rank;
         for (int probe = 0; probe < 2000; ++probe) {
             int bit = static_cast<int>(random() % static_cast<unsigned>(bits.back() + 100));
-            int rank = static_cast<int>(std::upper_bound(bits.begin(), bits.end(), bit) - bits.begin()) - 1;
+            int rank =
+                static_cast<int>(std::upper_bound(bits.begin(), bits.end(), bit) - bits.begin()) -
+                1;
             ASSERT_EQ(a.GetBitIndex(bit), rank) << bit;
             ASSERT_EQ(a.GetActualBit(bit), rank < 0 ? -1 : bits[rank]);
         }

@@ -237,8 +237,9 @@ TEST(BitRecordFile, CompressedFormsAreBuiltAndWalkedWithoutExpanding) {
         std::vector<unsigned char> built = dorvik::CompressSortedBits(bits);
         ASSERT_EQ(built, Bytes(expected, expected + expectedLength));
         std::vector<unsigned> walked;
-        dorvik::ForEachCompressedBit(built.data(), static_cast<int>(built.size()),
-                                     [&](long long bit) { walked.push_back(static_cast<unsigned>(bit)); });
+        dorvik::ForEachCompressedBit(
+            built.data(), static_cast<int>(built.size()),
+            [&](long long bit) { walked.push_back(static_cast<unsigned>(bit)); });
         EXPECT_EQ(walked, bits);
         DropBlock(expected);
     }

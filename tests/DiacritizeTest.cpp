@@ -13,7 +13,8 @@ namespace {
 // The three files of the diacritizer, built with the library from tests/data.
 struct Dictionary {
     TempDir dir;
-    std::string forms = dir.Path("forms.bin"), index = dir.Path("forms.idx"), frequencies = dir.Path("forms.frq");
+    std::string forms = dir.Path("forms.bin"), index = dir.Path("forms.idx"),
+                frequencies = dir.Path("forms.frq");
 
     Dictionary() {
         std::ifstream in(std::string(DORVIK_TEST_DATA) + "/forms-1256.txt", std::ios::binary);
@@ -76,15 +77,18 @@ TEST(Diacritize, LeavesWhatItCannotPlaceUnchanged) {
     EXPECT_EQ(d.Word("78 79 7A"), "xyz");
     word = "";
     EXPECT_FALSE(DiacritizeWord(word, d.forms.c_str(), d.index.c_str(), d.frequencies.c_str()));
-    EXPECT_THROW(DiacritizeWord(word, d.dir.Path("none").c_str(), d.index.c_str(), d.frequencies.c_str()),
-                 CFileException);
+    EXPECT_THROW(
+        DiacritizeWord(word, d.dir.Path("none").c_str(), d.index.c_str(), d.frequencies.c_str()),
+        CFileException);
 }
 
 TEST(Diacritize, KeepsEveryDelimiterOfABufferInPlace) {
     Dictionary d;
-    std::string in = Dictionary::Text("DF CA C8 A1 20 DA E1 E3 0D 0A 28 DD ED 29 20 31 32 33 20 78 79 BF 2E 2E 20 DE E1 E3");
+    std::string in = Dictionary::Text(
+        "DF CA C8 A1 20 DA E1 E3 0D 0A 28 DD ED 29 20 31 32 33 20 78 79 BF 2E 2E 20 DE E1 E3");
     std::string out = Dictionary::Text(
-        "3C DF F3 CA F3 C8 A1 20 DA F6 E1 FA E3 0D 0A 28 DD F6 ED 29 20 31 32 33 20 78 79 BF 2E 2E 20 DE E1 E3");
+        "3C DF F3 CA F3 C8 A1 20 DA F6 E1 FA E3 0D 0A 28 DD F6 ED 29 20 31 32 33 20 78 79 BF 2E 2E "
+        "20 DE E1 E3");
     std::string kept = in;
     EXPECT_EQ(d.Buffer(in), out);
     EXPECT_EQ(in, kept);  // the buffer is whole again
@@ -102,8 +106,9 @@ TEST(Diacritize, KeepsEveryDelimiterOfABufferInPlace) {
 TEST(Diacritize, TheCachedBufferAgreesWithWordByWordLookUps) {
     Dictionary d;
     const std::vector<std::string> pieces = {
-        "DF CA C8", "DF F5 CA C8", "DA E1 E3", "DA E1 F3 E3", "DA E1 F8 E3", "E3 E4", "DD ED", "E5 E6", "DE E1 E3",
-        "DF", "CA C8", "78 79", "DF F6 CA C8", "E3 F6 E4", "DA F3 E1", "3F", "2A"};
+        "DF CA C8",    "DF F5 CA C8", "DA E1 E3", "DA E1 F3 E3", "DA E1 F8 E3", "E3 E4",
+        "DD ED",       "E5 E6",       "DE E1 E3", "DF",          "CA C8",       "78 79",
+        "DF F6 CA C8", "E3 F6 E4",    "DA F3 E1", "3F",          "2A"};
     const std::vector<std::string> gaps = {"20", "A1 20", "0D 0A", "2E", "20 20", "BA", "21"};
     std::mt19937 rng(3);
     std::string text, expected;

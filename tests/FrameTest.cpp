@@ -21,7 +21,8 @@ bool AllZero(const void* p, std::size_t n) {
 std::vector<std::string> g_lines;
 void Capture(const char* text) { g_lines.emplace_back(text); }
 int CaptureMessage(const char* text, UINT type, UINT help) {
-    g_lines.emplace_back(std::string(text) + "|" + std::to_string(type) + "|" + std::to_string(help));
+    g_lines.emplace_back(std::string(text) + "|" + std::to_string(type) + "|" +
+                         std::to_string(help));
     return 1;
 }
 }  // namespace
@@ -35,8 +36,8 @@ TEST(Blocks, ComeZeroedAndStayZeroedThroughShrinkAndGrowth) {
     }
     auto* b = static_cast<unsigned char*>(GrabBlock(1000));
     std::memset(b, 0xAA, 1000);
-    b = static_cast<unsigned char*>(RegrowBlock(b, 10));      // shrink in place
-    b = static_cast<unsigned char*>(RegrowBlock(b, 5000));    // and grow again
+    b = static_cast<unsigned char*>(RegrowBlock(b, 10));    // shrink in place
+    b = static_cast<unsigned char*>(RegrowBlock(b, 5000));  // and grow again
     for (int i = 0; i < 10; ++i) EXPECT_EQ(b[i], 0xAA);
     EXPECT_TRUE(AllZero(b + 10, 4990));
     std::free(b);  // the two families mix
@@ -70,7 +71,7 @@ TEST(File, WritesReadsAndSeeksAsAPlainByteFile) {
     EXPECT_TRUE(AllZero(buf, 10));
     EXPECT_EQ(f.Read(buf, 16), 0u);  // at the end
     f.Seek(100, CFile::begin);
-    EXPECT_EQ(f.Read(buf, 4), 0u);   // past the end
+    EXPECT_EQ(f.Read(buf, 4), 0u);  // past the end
     EXPECT_THROW(f.Seek(-1, CFile::begin), CFileException);
     EXPECT_THROW(f.Seek(-13, CFile::end), CFileException);
     f.SetLength(3);
@@ -233,9 +234,9 @@ TEST(File, WriteBehindGathersSmallWritesWithoutChangingWhatIsRead) {
     f.Write("abc", 3);
     f.Write("def", 3);
     EXPECT_EQ(ReadAll(dir.Path("a")).size(), 0u);  // still in memory
-    EXPECT_EQ(f.GetLength(), 6u);                   // the end counts what is gathered
+    EXPECT_EQ(f.GetLength(), 6u);                  // the end counts what is gathered
     f.Seek(1, CFile::begin);
-    f.Write("X", 1);                                // not behind the last write: goes out first
+    f.Write("X", 1);  // not behind the last write: goes out first
     char buf[8] = {};
     f.SeekToBegin();
     EXPECT_EQ(f.Read(buf, 8), 6u);

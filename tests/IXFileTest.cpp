@@ -18,7 +18,8 @@ constexpr UINT kCreate = CFile::modeCreate | CFile::modeReadWrite;
 Bytes Records(const std::vector<int>& values) {
     Bytes out;
     for (int v : values)
-        for (int k = 0; k < 4; ++k) out.push_back(static_cast<unsigned char>(static_cast<unsigned>(v) >> (8 * k)));
+        for (int k = 0; k < 4; ++k)
+            out.push_back(static_cast<unsigned char>(static_cast<unsigned>(v) >> (8 * k)));
     return out;
 }
 
@@ -59,8 +60,9 @@ TEST(IXFile, DecodesAndEncodesEachRecordSize) {
         Bytes stored;
         int value;
     } cases[] = {
-        {1, Hex("7f"), 127},         {1, Hex("80"), -1},          {2, Hex("ff7f"), 32767},
-        {2, Hex("0080"), -1},        {3, Hex("ffff7f"), 8388607}, {3, Hex("000080"), -1},
+        {1, Hex("7f"), 127},         {1, Hex("80"), -1},
+        {2, Hex("ff7f"), 32767},     {2, Hex("0080"), -1},
+        {3, Hex("ffff7f"), 8388607}, {3, Hex("000080"), -1},
         {4, Hex("ffffffff"), -1},    {4, Hex("00000080"), INT32_MIN},
     };
     for (const Case& c : cases) {
@@ -229,11 +231,16 @@ TEST(IXFile, FindScansOrSearchesTheView) {
         int op;
         std::vector<DWORD> positions;
     } cases[] = {
-        {2, opEqual, {1, 3}},           {2, opLess | opGreater, {2, 0, 4}}, {9, opGreater, {}},
-        {3, opLess, {2, 1, 3}},         {3, opGreater, {0, 4}},             {2, opEqual | opNot, {1, 3}},
+        {2, opEqual, {1, 3}},
+        {2, opLess | opGreater, {2, 0, 4}},
+        {9, opGreater, {}},
+        {3, opLess, {2, 1, 3}},
+        {3, opGreater, {0, 4}},
+        {2, opEqual | opNot, {1, 3}},
         {-5, opGreater, {2, 1, 3, 0, 4}},
     };
-    for (const Case& c : cases) EXPECT_EQ(List(f, c.value, c.op), c.positions) << c.value << " op " << c.op;
+    for (const Case& c : cases)
+        EXPECT_EQ(List(f, c.value, c.op), c.positions) << c.value << " op " << c.op;
 
     CBitArray view, physical, inverted;
     EXPECT_EQ(f.Find(2, opLess | opEqual, view, true), 3);
@@ -287,7 +294,7 @@ TEST(IXFile, GetRecordsMapsPositionsAndSets) {
     EXPECT_EQ(SetBits(values), (std::vector<int>{4, 7}));  // -1 skipped
 
     CBitArray bits;
-    bits.SetAt(1);  // not cleared
+    bits.SetAt(1);              // not cleared
     f.GetRecords(2, 50, bits);  // clamped to the last record
     EXPECT_EQ(SetBits(bits), (std::vector<int>{0, 1, 4, 7}));
 
@@ -352,14 +359,16 @@ TEST(IXFile, SortGivesTheStablePermutationInTheTargetsRecordSize) {
 
     // Larger input against a reference stable sort, signed.
     std::vector<int> values;
-    for (int i = 0; i < 5000; ++i) values.push_back(static_cast<int>((i * 2654435761u) % 1000) - 500);
+    for (int i = 0; i < 5000; ++i)
+        values.push_back(static_cast<int>((i * 2654435761u) % 1000) - 500);
     WriteAll(dir.Path("r"), Records(values));
     CIXFile random(dir.Path("r").c_str(), kReadWrite);
     CIXFile order(dir.Path("o").c_str(), kCreate);
     random.Sort(&order, nullptr);
     std::vector<int> expected(values.size());
     std::iota(expected.begin(), expected.end(), 0);
-    std::stable_sort(expected.begin(), expected.end(), [&](int a, int b) { return values[a] < values[b]; });
+    std::stable_sort(expected.begin(), expected.end(),
+                     [&](int a, int b) { return values[a] < values[b]; });
     EXPECT_EQ(Values(order), expected);
 }
 

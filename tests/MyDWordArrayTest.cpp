@@ -7,7 +7,9 @@
 #include "dorvik/MyDWordArray.h"
 
 namespace {
-std::vector<DWORD> Elements(const CMyDWordArray& a) { return std::vector<DWORD>(a.GetData(), a.GetData() + a.GetSize()); }
+std::vector<DWORD> Elements(const CMyDWordArray& a) {
+    return std::vector<DWORD>(a.GetData(), a.GetData() + a.GetSize());
+}
 
 void Fill(CMyDWordArray& a, std::initializer_list<DWORD> values) {
     a.RemoveAll();
@@ -145,7 +147,7 @@ TEST(MyDWordArray, FindScansWithoutIndex) {
     EXPECT_EQ(List(a, 2, opEqual), (std::vector<DWORD>{1, 3}));
     EXPECT_EQ(List(a, 5, opLess | opEqual), (std::vector<DWORD>{0, 1, 3}));
     EXPECT_EQ(List(a, 0xFFFFFFFF, opLess), (std::vector<DWORD>{0, 1, 2, 3}));  // unsigned
-    EXPECT_EQ(List(a, 2, opEqual | opNot), (std::vector<DWORD>{1, 3}));      // 9 acts as 1
+    EXPECT_EQ(List(a, 2, opEqual | opNot), (std::vector<DWORD>{1, 3}));        // 9 acts as 1
 
     DWORD* untouched = reinterpret_cast<DWORD*>(0x1234);
     EXPECT_EQ(a.Find(7u, opEqual, untouched), 0);
@@ -182,7 +184,8 @@ TEST(MyDWordArray, FindSearchesTheSortedView) {
         {9, opLess | opEqual | opGreater, {2, 1, 3, 0}},
         {2, opEqual | opNot, {1, 3}},
     };
-    for (const Case& c : cases) EXPECT_EQ(List(a, c.value, c.op), c.positions) << c.value << " op " << c.op;
+    for (const Case& c : cases)
+        EXPECT_EQ(List(a, c.value, c.op), c.positions) << c.value << " op " << c.op;
 
     CBitArray view, physical;
     EXPECT_EQ(a.Find(2u, opLess | opEqual, view, true), 3);

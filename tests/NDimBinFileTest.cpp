@@ -143,9 +143,9 @@ TEST(NestedRecordFile, ACorruptNestedImageLeadsNowhere) {
     };
     const Case cases[] = {
         {Cat({B("abcd"), Words({0x7FFFFFFF})}), 0},  // table offset past the image
-        {Cat({B("ab"), Words({0, 900, 2})}), 2},       // an entry past the data
-        {Cat({B("ab"), Words({2, 1, 2})}), 2},         // entries going down
-        {B("xy"), 0},                                  // too short for a table
+        {Cat({B("ab"), Words({0, 900, 2})}), 2},     // an entry past the data
+        {Cat({B("ab"), Words({2, 1, 2})}), 2},       // entries going down
+        {B("xy"), 0},                                // too short for a table
     };
     for (const Case& c : cases) {
         WriteAll(dir.Path("a"), Image({c.inner}));
@@ -170,7 +170,8 @@ TEST(NestedRecordFile, RandomChangesMatchAModel) {
     CNDimBinFile f(dir.Path("a").c_str(), CFile::modeCreate | CFile::modeReadWrite);
     for (int step = 0; step < 300; ++step) {
         int outer = static_cast<int>(rng() % 5);
-        if (outer >= static_cast<int>(model.size())) model.resize(static_cast<std::size_t>(outer) + 1);
+        if (outer >= static_cast<int>(model.size()))
+            model.resize(static_cast<std::size_t>(outer) + 1);
         auto& inner = model[static_cast<std::size_t>(outer)];
         std::string text(rng() % 6, static_cast<char>('a' + rng() % 26));
         int n = static_cast<int>(inner.size());

@@ -12,7 +12,9 @@
 #include "dorvik/SortTree.h"
 
 namespace {
-std::vector<DWORD> Ids(const CMyDWordArray& a) { return std::vector<DWORD>(a.GetData(), a.GetData() + a.GetSize()); }
+std::vector<DWORD> Ids(const CMyDWordArray& a) {
+    return std::vector<DWORD>(a.GetData(), a.GetData() + a.GetSize());
+}
 
 // A key that counts its comparisons, to see which inserts walk from the root.
 struct CountedKey {
@@ -39,13 +41,14 @@ TEST(SortTreeKeys, RecordValuesFollowTheSizeRule) {
         int size;
         int value;
     } cases[] = {
-        {Hex("80"), 1, 128},           {Hex("ff"), 1, 255},
-        {Hex("ffff"), 2, 65535},       {Hex("3412"), 2, 0x1234},
-        {Hex("ffff7f"), 3, 0x7FFFFF},  {Hex("000080"), 3, -1},
-        {Hex("ffffffff"), 4, -1},      {Hex("00000080"), 4, INT32_MIN},
+        {Hex("80"), 1, 128},          {Hex("ff"), 1, 255},
+        {Hex("ffff"), 2, 65535},      {Hex("3412"), 2, 0x1234},
+        {Hex("ffff7f"), 3, 0x7FFFFF}, {Hex("000080"), 3, -1},
+        {Hex("ffffffff"), 4, -1},     {Hex("00000080"), 4, INT32_MIN},
         {Hex("0100000099"), 5, 1},  // sizes above 4 read the first 4 bytes
     };
-    for (const Case& c : cases) EXPECT_EQ(GetRecordValue(c.bytes.data(), c.size), c.value) << c.size;
+    for (const Case& c : cases)
+        EXPECT_EQ(GetRecordValue(c.bytes.data(), c.size), c.value) << c.size;
     EXPECT_EQ(GetRecordValue(nullptr, 4), 0);
     EXPECT_EQ(GetRecordValue(Hex("01").data(), 0), 0);
 }
@@ -62,7 +65,7 @@ TEST(SortTreeKeys, CompareSignedNumbersAndUnsignedBytes) {
     unsigned char ab[] = "ab", abc[] = "abc", b[] = "b", high[] = "\x80", low[] = "\x7f";
     EXPECT_LT(CBuffer(ab, 2).Compare(CBuffer(abc, 3)), 0);  // shorter first on equal bytes
     EXPECT_GT(CBuffer(abc, 3).Compare(CBuffer(ab, 2)), 0);
-    EXPECT_GT(CBuffer(b, 1).Compare(CBuffer(abc, 3)), 0);   // bytes before lengths
+    EXPECT_GT(CBuffer(b, 1).Compare(CBuffer(abc, 3)), 0);  // bytes before lengths
     EXPECT_LT(CBuffer(nullptr, 0).Compare(CBuffer(low, 1)), 0);
     EXPECT_GT(CBuffer(high, 1).Compare(CBuffer(low, 1)), 0);  // unsigned bytes
     EXPECT_TRUE(CBuffer(ab, 2) == CBuffer(abc, 2));
@@ -118,8 +121,10 @@ TEST(SortTree, GivesIdsInKeyOrderStableInBothDirections) {
     std::vector<DWORD> ascending(keys.size()), descending;
     std::iota(ascending.begin(), ascending.end(), 0u);
     descending = ascending;
-    std::stable_sort(ascending.begin(), ascending.end(), [&](DWORD x, DWORD y) { return keys[x] < keys[y]; });
-    std::stable_sort(descending.begin(), descending.end(), [&](DWORD x, DWORD y) { return keys[x] > keys[y]; });
+    std::stable_sort(ascending.begin(), ascending.end(),
+                     [&](DWORD x, DWORD y) { return keys[x] < keys[y]; });
+    std::stable_sort(descending.begin(), descending.end(),
+                     [&](DWORD x, DWORD y) { return keys[x] > keys[y]; });
 
     CMyDWordArray target;
     target.Add(77);  // emptied first
@@ -169,7 +174,8 @@ TEST(SortTree, SaveStepsReportProgressAndEmptyTreesSaveNothing) {
     for (int k : {2, 1, 3}) tree.Insert(CInt(k));
     tree.Save(&target, true, Note);
     EXPECT_EQ(Ids(target), (std::vector<DWORD>{1, 0, 2}));
-    EXPECT_EQ(g_progress, (std::vector<std::pair<int, int>>{{0, 3}, {0, 3}, {1, 3}, {1, 3}, {2, 3}, {2, 3}}));
+    EXPECT_EQ(g_progress,
+              (std::vector<std::pair<int, int>>{{0, 3}, {0, 3}, {1, 3}, {1, 3}, {2, 3}, {2, 3}}));
 }
 
 TEST(SortTree, SavesIntoAnIndexFileInItsRecordSize) {
@@ -216,7 +222,7 @@ TEST(SortTree, SortedInputStaysLinearAndNeverRecurses) {
         ASSERT_EQ(down.GetData()[i], static_cast<DWORD>(i)) << i;  // inserted n-1 first
     }
     EXPECT_EQ(up.GetData()[0], 0u);
-    EXPECT_EQ(up.GetData()[1], static_cast<DWORD>(n));       // the repeat of key 0
+    EXPECT_EQ(up.GetData()[1], static_cast<DWORD>(n));  // the repeat of key 0
     EXPECT_EQ(up.GetData()[n], static_cast<DWORD>(n - 1));
     EXPECT_EQ(up.GetData()[n + 1], static_cast<DWORD>(n + 1));
 

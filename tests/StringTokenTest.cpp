@@ -23,7 +23,8 @@ Strings Scan(const std::string& text, const char* delims, const std::string& swi
     tok.m_bWholeDelimiter = switches.find('w') != std::string::npos;
     std::string buf = text;
     Strings out;
-    for (char* t = tok.GetFirst(buf.data(), delims); t && out.size() <= text.size() + 2; t = tok.GetNext(delims))
+    for (char* t = tok.GetFirst(buf.data(), delims); t && out.size() <= text.size() + 2;
+         t = tok.GetNext(delims))
         out.push_back(t);
     EXPECT_TRUE(tok.IsEOB());
     EXPECT_EQ(buf, text) << "buffer not whole";
@@ -34,8 +35,10 @@ Strings Scan(const std::string& text, const char* delims, const std::string& swi
 Strings SplitAll(const std::string& s, const std::string& delims) {
     Strings out(1);
     for (char c : s) {
-        if (delims.find(c) != std::string::npos) out.emplace_back();
-        else out.back() += c;
+        if (delims.find(c) != std::string::npos)
+            out.emplace_back();
+        else
+            out.back() += c;
     }
     return out;
 }
@@ -53,25 +56,36 @@ TEST(StringToken, SwitchesDecideWhatATokenIs) {
         const char* switches;
         Strings tokens;
     } cases[] = {
-        {"a,,b", ",", "", {"a", "b"}},      {",,a,", ",", "", {"a"}},
-        {",,,", ",", "", {}},               {"", ",", "", {}},
+        {"a,,b", ",", "", {"a", "b"}},
+        {",,a,", ",", "", {"a"}},
+        {",,,", ",", "", {}},
+        {"", ",", "", {}},
         {"one two", nullptr, "", {"one two"}},  // a null set holds no delimiter
         {"\xC7\xE1\xA1\xC8!", "\xA1", "", {"\xC7\xE1", "\xC8!"}},
-        {"a!b", "\xA1", "", {"a!b"}},        // 0x21 is not 0xA1
-        {"a,,b", ",", "e", {"a", "", "b"}}, {",a", ",", "e", {"", "a"}},
-        {"a,", ",", "e", {"a", ""}},        {"", ",", "e", {""}},
+        {"a!b", "\xA1", "", {"a!b"}},  // 0x21 is not 0xA1
+        {"a,,b", ",", "e", {"a", "", "b"}},
+        {",a", ",", "e", {"", "a"}},
+        {"a,", ",", "e", {"a", ""}},
+        {"", ",", "e", {""}},
         {",", ",", "e", {"", ""}},
-        {"a, b", ", ", "d", {"a", ",", " ", "b"}},  {"a,,b", ",", "de", {"a", ",", ",", "b"}},
+        {"a, b", ", ", "d", {"a", ",", " ", "b"}},
+        {"a,,b", ",", "de", {"a", ",", ",", "b"}},
         {"x\xA1\xA1y", "\xA1", "d", {"x", "\xA1", "\xA1", "y"}},
-        {"", ",", "d", {}},                 {"", ",", "de", {""}},
-        {"a::b::::c", "::", "w", {"a", "b", "c"}},  {"a::b::::c", "::", "we", {"a", "b", "", "c"}},
+        {"", ",", "d", {}},
+        {"", ",", "de", {""}},
+        {"a::b::::c", "::", "w", {"a", "b", "c"}},
+        {"a::b::::c", "::", "we", {"a", "b", "", "c"}},
         {"a::b::::c", "::", "wd", {"a", "::", "b", "::", "::", "c"}},
-        {"a:b:", "::", "w", {"a:b:"}},      {"::a::", "::", "we", {"a", ""}},  // leading one skipped once
+        {"a:b:", "::", "w", {"a:b:"}},
+        {"::a::", "::", "we", {"a", ""}},  // leading one skipped once
         // An empty whole delimiter matches nowhere; it must not stall the scan.
-        {"abc", "", "w", {"abc"}},          {"abc", nullptr, "we", {"abc"}},
-        {"abc", "", "wd", {"abc"}},         {"abc", nullptr, "wde", {"abc"}},
+        {"abc", "", "w", {"abc"}},
+        {"abc", nullptr, "we", {"abc"}},
+        {"abc", "", "wd", {"abc"}},
+        {"abc", nullptr, "wde", {"abc"}},
     };
-    for (const Case& c : cases) EXPECT_EQ(Scan(c.text, c.delims, c.switches), c.tokens) << c.text << " " << c.switches;
+    for (const Case& c : cases)
+        EXPECT_EQ(Scan(c.text, c.delims, c.switches), c.tokens) << c.text << " " << c.switches;
 
     EXPECT_TRUE(CStringToken::IsDelimiter('b', "abc"));
     EXPECT_FALSE(CStringToken::IsDelimiter('d', "abc"));
@@ -134,7 +148,8 @@ TEST(StringToken, RandomTextComesBackWholeUnderEverySwitch) {
         bool lastWasRun = false;
         for (const std::string& t : tokens) {
             bool delim = set.find(t[0]) != std::string::npos;
-            ASSERT_TRUE(delim ? t.size() == 1 : !lastWasRun && t.find_first_of(set) == std::string::npos);
+            ASSERT_TRUE(delim ? t.size() == 1
+                              : !lastWasRun && t.find_first_of(set) == std::string::npos);
             lastWasRun = !delim;
             joined += t;
         }
@@ -158,14 +173,16 @@ TEST(StringToken, RandomTextComesBackWholeUnderEverySwitch) {
         const char* sets[] = {",", ";", ",;", "", nullptr, ";;", "a,"};
         std::string buf = small;
         size_t steps = 0;
-        for (char* t = tok.GetFirst(buf.data(), sets[rng() % 7]); t; t = tok.GetNext(sets[rng() % 7]))
+        for (char* t = tok.GetFirst(buf.data(), sets[rng() % 7]); t;
+             t = tok.GetNext(sets[rng() % 7]))
             ASSERT_LE(++steps, small.size() + 1);
         ASSERT_EQ(buf, small);
     }
 }
 
 TEST(StringToken, SplitHandsOutACopyOfEachToken) {
-    static const char kText[] = " a b\tc d e f g h i j k l m n o p q r s t u v w x yz ";  // read-only
+    static const char kText[] =
+        " a b\tc d e f g h i j k l m n o p q r s t u v w x yz ";  // read-only
     int count = -1;
     char** parts = nullptr;
     ASSERT_EQ(CStringToken::Split(kText, " \t", count, parts), 25);  // the list grows past 10
@@ -182,7 +199,8 @@ TEST(StringToken, SplitHandsOutACopyOfEachToken) {
     count = 7;
     parts = nullptr;
     DorvikSetBlockLimit(100);
-    EXPECT_THROW(CStringToken::Split(std::string(200, 'x').c_str(), " ", count, parts), CMemoryException);
+    EXPECT_THROW(CStringToken::Split(std::string(200, 'x').c_str(), " ", count, parts),
+                 CMemoryException);
     EXPECT_THROW(CStringToken::Split("a b c d e f g h i j k", " ", count, parts), CMemoryException);
     DorvikSetBlockLimit(SIZE_MAX);
     EXPECT_EQ(count, 7);
@@ -197,14 +215,21 @@ TEST(StringToken, FindSearchesStringsOrTheirTokens) {
         bool whole;
         int at;  // offset into text, -1 for none
     } cases[] = {
-        {nullptr, "green", nullptr, false, 4}, {nullptr, "green", nullptr, true, -1},
+        {nullptr, "green", nullptr, false, 4},
+        {nullptr, "green", nullptr, true, -1},
         {nullptr, "red green blue", nullptr, true, 0},
-        {" ", "green", nullptr, true, 4},      {" ", "ee", nullptr, false, 6},
-        {" ", "n b", nullptr, false, -1},      {" ", "gree", nullptr, true, -1},
-        {nullptr, "x blue", " ", false, 10},   {nullptr, "x red green blue", " ", true, -1},
-        {nullptr, "green", " ", true, -1},     {nullptr, "x\tred green blue", "\t", true, 0},
-        {" ", "blue red", " ", true, 0},       {" ", "zz ree", " ", false, 5},
-        {" ", "n b", " ", false, 8},           {" ", "zz yy", " ", true, -1},
+        {" ", "green", nullptr, true, 4},
+        {" ", "ee", nullptr, false, 6},
+        {" ", "n b", nullptr, false, -1},
+        {" ", "gree", nullptr, true, -1},
+        {nullptr, "x blue", " ", false, 10},
+        {nullptr, "x red green blue", " ", true, -1},
+        {nullptr, "green", " ", true, -1},
+        {nullptr, "x\tred green blue", "\t", true, 0},
+        {" ", "blue red", " ", true, 0},
+        {" ", "zz ree", " ", false, 5},
+        {" ", "n b", " ", false, 8},
+        {" ", "zz yy", " ", true, -1},
     };
     for (const Case& c : cases) {
         char text[] = "red green blue";
@@ -227,7 +252,8 @@ Strings Pieces(const Bytes& content) {
     WriteAll(dir.Path("f.html"), content);
     CHtmlText html;
     Strings out;
-    for (char* p = html.GetFirst(dir.Path("f.html").c_str()); p; p = html.GetNext()) out.push_back(p);
+    for (char* p = html.GetFirst(dir.Path("f.html").c_str()); p; p = html.GetNext())
+        out.push_back(p);
     EXPECT_EQ(html.GetNext(), nullptr);
     return out;
 }
@@ -240,7 +266,8 @@ TEST(HtmlText, PiecesAreTheTextsBetweenTags) {
     EXPECT_EQ(Pieces(B("plain <text")), Strings({"plain <text"}));
     EXPECT_EQ(Pieces(B("")), Strings({""}));
     EXPECT_EQ(Pieces(Cat({B("ab"), Hex("00"), B("<c>d")})), Strings({"ab"}));
-    EXPECT_EQ(Pieces(B("a>b<c>d")), Strings({"a", "b", "d"}));  // a stray '>' cuts only its own piece
+    EXPECT_EQ(Pieces(B("a>b<c>d")),
+              Strings({"a", "b", "d"}));  // a stray '>' cuts only its own piece
 
     std::string big;
     for (int i = 0; i < 200000; ++i) big += "<i>w</i>\n";

@@ -35,6 +35,8 @@ bool Exists(const std::string& path);
 // The record file image of a list of records, built by hand.
 Bytes RecordFileImage(const std::vector<Bytes>& records);
 // A text as the unsigned bytes the record writers take.
-inline unsigned char* P(const char* text) { return reinterpret_cast<unsigned char*>(const_cast<char*>(text)); }
+inline unsigned char* P(const char* text) {
+    return reinterpret_cast<unsigned char*>(const_cast<char*>(text));
+}
 // Every record of an open record file, in order.
 std::vector<std::string> RecordsOf(CBinFile& file);

@@ -62,7 +62,8 @@ int AcceptOdd(int serial) { return serial % 2 ? 1 : 0; }
 std::vector<int> Hits(CTextBinFile& f, const char* text, bool wholeWord, bool anchored, bool exact,
                       const char* ignore = nullptr) {
     std::vector<int> hits;
-    for (int s = f.Find(-1, text, ignore, false, wholeWord, anchored, false, false, exact, nullptr); s >= 0;
+    for (int s = f.Find(-1, text, ignore, false, wholeWord, anchored, false, false, exact, nullptr);
+         s >= 0;
          s = f.Find(s, text, ignore, false, wholeWord, anchored, false, false, exact, nullptr))
         hits.push_back(s);
     return hits;
@@ -138,7 +139,8 @@ TEST(TextBinFileView, IndexFileGivesSortedSerialsOverArrivalOrder) {
     EXPECT_TRUE(f.Add("pear", -1, record, false, false));
     EXPECT_EQ(record, 0);
     EXPECT_EQ(ReadAll(dir.Path("t.ix")), Words({0}));
-    for (const char* w : {"apple", "fig", "banana"}) EXPECT_TRUE(f.Add(w, -1, record, false, false));
+    for (const char* w : {"apple", "fig", "banana"})
+        EXPECT_TRUE(f.Add(w, -1, record, false, false));
     EXPECT_EQ(record, 3);
     EXPECT_FALSE(f.Add("apple", -1, record, false, false));
     EXPECT_EQ(record, 1);  // the record number of the equal word, not its serial
@@ -300,10 +302,12 @@ TEST(TextBinFileSortTree, BulkBuildReadsLikeSortedAddOneByOne) {
     Strings words;
     for (int i = 0; i < 1500; ++i) {
         std::string w;
-        for (int n = 1 + static_cast<int>(rng() % 4); n > 0; --n) w += alphabet[rng() % sizeof alphabet];
+        for (int n = 1 + static_cast<int>(rng() % 4); n > 0; --n)
+            w += alphabet[rng() % sizeof alphabet];
         words.push_back(w);
     }
-    std::multiset<std::string> all(words.begin(), words.end());  // std::string orders by unsigned bytes
+    std::multiset<std::string> all(words.begin(),
+                                   words.end());  // std::string orders by unsigned bytes
     std::set<std::string> distinct(words.begin(), words.end());
 
     for (bool unique : {true, false}) {
@@ -323,7 +327,8 @@ TEST(TextBinFileSortTree, BulkBuildReadsLikeSortedAddOneByOne) {
             EXPECT_EQ(AddSorted(physical, w, c, !unique), added);
         }
         bulk.FreeSortTree(true, nullptr);
-        Strings expected = unique ? Strings(distinct.begin(), distinct.end()) : Strings(all.begin(), all.end());
+        Strings expected =
+            unique ? Strings(distinct.begin(), distinct.end()) : Strings(all.begin(), all.end());
         EXPECT_EQ(View(bulk), expected);
         EXPECT_EQ(View(single), expected);
         EXPECT_EQ(Records(physical), expected);
@@ -360,7 +365,8 @@ TEST(TextSearch, ScanLeavesStartOutAndWrapTestsItLast) {
 TEST(TextSearch, SwitchesDecideWhatMatches) {
     TempDir dir;
     CTextBinFile f(dir.Path("t.bin").c_str(), kCreate);
-    for (const char* w : {"ab", "ab cd", "abc", "x ab y", "xab", "abab", "cd ab", "xab ab"}) f.Add(w);
+    for (const char* w : {"ab", "ab cd", "abc", "x ab y", "xab", "abab", "cd ab", "xab ab"})
+        f.Add(w);
     EXPECT_EQ(Hits(f, "ab", true, true, false), (std::vector<int>{0, 1}));
     EXPECT_EQ(Hits(f, "ab", true, false, false), (std::vector<int>{0, 1, 3, 6, 7}));
     EXPECT_EQ(Hits(f, "ab", true, true, true), (std::vector<int>{0}));  // exact goes first
@@ -380,7 +386,8 @@ TEST(TextSearch, IgnoredBytesCountOnNeitherSide) {
     for (const char* w : {"\xC8\xC7\xD1", "\xC8\xF3\xC7\xF8\xD1", "\xC8\xC7"}) f.Add(w);
     EXPECT_EQ(Hits(f, "\xC8\xC7\xD1", false, true, true), (std::vector<int>{0}));
     EXPECT_EQ(Hits(f, "\xC8\xC7\xD1", false, true, true, DiacriticMarks), (std::vector<int>{0, 1}));
-    EXPECT_EQ(Hits(f, "\xC8\xF3\xC7", false, false, false, DiacriticMarks), (std::vector<int>{0, 1, 2}));
+    EXPECT_EQ(Hits(f, "\xC8\xF3\xC7", false, false, false, DiacriticMarks),
+              (std::vector<int>{0, 1, 2}));
 }
 
 TEST(TextSearch, AcceptSkipsOrStops) {
@@ -405,7 +412,8 @@ TEST(TextSearch, BinaryFindsTheRunEndOnTheSideOfTheSearch) {
     int record;
     for (int i = 0; i < 400; ++i) {
         std::string w;
-        for (int n = 1 + static_cast<int>(rng() % 3); n > 0; --n) w += static_cast<char>("abc\xE1"[rng() % 4]);
+        for (int n = 1 + static_cast<int>(rng() % 3); n > 0; --n)
+            w += static_cast<char>("abc\xE1"[rng() % 4]);
         f.Add(w.c_str(), -1, record, true, true);
     }
     const int n = f.GetRecordCount();
@@ -414,9 +422,12 @@ TEST(TextSearch, BinaryFindsTheRunEndOnTheSideOfTheSearch) {
             for (bool backward : {false, true}) {
                 for (bool wrap : {false, true}) {
                     for (bool exact : {false, true}) {
-                        int walked = f.Find(start, text, nullptr, backward, false, true, wrap, false, exact, nullptr);
-                        int bisected = f.Find(start, text, nullptr, backward, false, true, wrap, true, exact, nullptr);
-                        EXPECT_EQ(bisected, walked) << text << " " << start << backward << wrap << exact;
+                        int walked = f.Find(start, text, nullptr, backward, false, true, wrap,
+                                            false, exact, nullptr);
+                        int bisected = f.Find(start, text, nullptr, backward, false, true, wrap,
+                                              true, exact, nullptr);
+                        EXPECT_EQ(bisected, walked)
+                            << text << " " << start << backward << wrap << exact;
                     }
                 }
             }

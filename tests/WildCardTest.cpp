@@ -27,7 +27,8 @@ struct Dictionary {
         text.IndexForWildCards(index.c_str(), marks, nullptr);
     }
 
-    std::pair<int, std::set<int>> Find(const char* pattern, Operation op = opEqual, bool ignoreCase = false) {
+    std::pair<int, std::set<int>> Find(const char* pattern, Operation op = opEqual,
+                                       bool ignoreCase = false) {
         CBitArray result;
         int found = text.Find(index.c_str(), pattern, op, "x", ignoreCase, result);
         return {found, SetOf(result)};
@@ -44,7 +45,8 @@ TEST(WildCardIndex, SetsOneCellPerLetterAndMarkLevel) {
     text.Add("\xC8\xF3\xC7");  // a letter, a fatha, a letter
     text.IndexForWildCards(dir.Path("i").c_str(), DiacriticMarks, nullptr);
     CNDimBitsBinFile index(dir.Path("i").c_str(), CFile::shareDenyNone);
-    int c1[] = {1, 0xC8}, c3[] = {3, 0xF3}, c2[] = {2, 0xC7}, length[] = {0, 2}, wrong[] = {2, 0xF3};
+    int c1[] = {1, 0xC8}, c3[] = {3, 0xF3}, c2[] = {2, 0xC7}, length[] = {0, 2},
+        wrong[] = {2, 0xF3};
     EXPECT_TRUE(index.GetAt(2, c1, 1));
     EXPECT_TRUE(index.GetAt(2, c3, 1));
     EXPECT_TRUE(index.GetAt(2, c2, 1));
@@ -83,10 +85,22 @@ TEST(WildCardSearch, MatchesLettersQuestionMarksAndStars) {
 
 TEST(WildCardSearch, MarksInThePatternMustStandInTheirPlace) {
     // Marks in a pattern are always the Arabic ones: fatha F3, shadda F8.
-    Dictionary w({"a\xF3" "b", "ab", "a\xF8\xF3" "b", "ab\xF3"}, DiacriticMarks);
-    EXPECT_EQ(w.Find("a\xF3" "b"), Hits(1, {0}));  // a fatha first on a, not second
-    EXPECT_EQ(w.Find("a\xF8\xF3" "b"), Hits(1, {2}));
-    EXPECT_EQ(w.Find("a\xF8" "b"), Hits(1, {2}));
+    Dictionary w({"a\xF3"
+                  "b",
+                  "ab",
+                  "a\xF8\xF3"
+                  "b",
+                  "ab\xF3"},
+                 DiacriticMarks);
+    EXPECT_EQ(w.Find("a\xF3"
+                     "b"),
+              Hits(1, {0}));  // a fatha first on a, not second
+    EXPECT_EQ(w.Find("a\xF8\xF3"
+                     "b"),
+              Hits(1, {2}));
+    EXPECT_EQ(w.Find("a\xF8"
+                     "b"),
+              Hits(1, {2}));
     EXPECT_EQ(w.Find("ab\xF3"), Hits(1, {3}));
     EXPECT_EQ(w.Find("ab"), Hits(1, {0, 1, 2, 3}));
 }
@@ -101,5 +115,6 @@ TEST(WildCardSearch, SurvivesAnyPatternAndAnyIndex) {
     WriteAll(w.dir.Path("bad"), B("not an index at all"));
     CBitArray result;
     EXPECT_EQ(w.text.Find(w.dir.Path("bad").c_str(), "ab", opEqual, "x", false, result), -1);
-    EXPECT_THROW(w.text.Find(w.dir.Path("missing").c_str(), "ab", opEqual, "x", false, result), CFileException);
+    EXPECT_THROW(w.text.Find(w.dir.Path("missing").c_str(), "ab", opEqual, "x", false, result),
+                 CFileException);
 }

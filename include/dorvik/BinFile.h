@@ -87,18 +87,18 @@ public:
     virtual void GetRecord(int index, unsigned char*& buffer, int& length, bool allocate);
     // The bytes of records `first` to `last` in one piece, as GetRecord. A range
     // whose table entries do not fit the data (a corrupt table) delivers nothing.
-    virtual void GetRecords(int first, int last, unsigned char*& buffer, int& length, bool allocate);
+    virtual void GetRecords(int first, int last, unsigned char*& buffer, int& length,
+                            bool allocate);
     // The record's length; 0 at or past the count (and for a corrupt table entry).
     virtual int GetRecordLength(int index);
     // The largest record length over all records; 0 for an empty file.
     virtual int GetMaxRecordLength();
 
     // Changes. Every change on a file with no valid table, or with table entries that
-    // do not rise, throws CFileException(invalidFile) and writes nothing. When no memory can be had to move
-    // the data behind a change, the message "Can't move file data.\r\nNot enough
-    // memory!" is shown, the records and the table stay as they were (records that an
-    // insertion past the end had appended first stay), nothing is written, and
-    // CMemoryException is thrown.
+    // do not rise, throws CFileException(invalidFile) and writes nothing. When no memory can be had
+    // to move the data behind a change, the message "Can't move file data.\r\nNot enough memory!"
+    // is shown, the records and the table stay as they were (records that an insertion past the end
+    // had appended first stay), nothing is written, and CMemoryException is thrown.
 
     // Removes records `first` to `last`; `last` is clamped to the last record, a
     // `first` past the end or a `last` below `first` does nothing.

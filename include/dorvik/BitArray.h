@@ -174,8 +174,8 @@ public:
     static void Compress(const unsigned char* source, int length, unsigned char*& target,
                          int& targetLength);
     // Drops the compressed block `buffer` with DropBlock and puts in its place a new
-    // GrabBlock block of the plain bytes, sized exactly, and their number in `length`. `limit` below 0
-    // expands everything; otherwise expansion stops after the item that reaches `limit`
+    // GrabBlock block of the plain bytes, sized exactly, and their number in `length`. `limit`
+    // below 0 expands everything; otherwise expansion stops after the item that reaches `limit`
     // plain bytes, so up to 65534 more can come. When no plain byte results, `buffer`
     // becomes null and `length` 0. `length` 0 or less does nothing. Throws
     // CMemoryException when the plain bytes would pass 2^31 - 1 or cannot be had.
@@ -266,13 +266,13 @@ protected:
     static void CombineBytes(Operation op, unsigned char* target, const unsigned char* source,
                              std::size_t length);
 
-    unsigned char* m_pBuffer;       // from GrabBlock; null while there are no bytes
-    int m_nLength;                  // bytes in use
-    int m_nCapacity;                // bytes of the block known to be usable
-    mutable int m_nCount;           // cached number of set bits; -1 when unknown
-    mutable int* m_pIndex;          // rank index from malloc; null when not built
-    mutable int m_nIndexEntries;    // entries filled in the rank index
-    mutable int m_nIndexStep;       // ranks per index entry
+    unsigned char* m_pBuffer;     // from GrabBlock; null while there are no bytes
+    int m_nLength;                // bytes in use
+    int m_nCapacity;              // bytes of the block known to be usable
+    mutable int m_nCount;         // cached number of set bits; -1 when unknown
+    mutable int* m_pIndex;        // rank index from malloc; null when not built
+    mutable int m_nIndexEntries;  // entries filled in the rank index
+    mutable int m_nIndexStep;     // ranks per index entry
     bool m_bModified;
     bool m_bCompressed;
 

@@ -32,8 +32,8 @@ DORVIK_API bool DiacritizeWord(CString& word, const char* dictionaryPath, const 
 // the call; the index is read into memory whole, each cell is expanded at most once,
 // and a repeated word is looked up once. Throws CFileException when a file cannot be
 // opened.
-DORVIK_API void DiacritizeBuffer(char* buffer, CString& result, const char* dictionaryPath, const char* indexPath,
-                                 const char* frequencyPath);
+DORVIK_API void DiacritizeBuffer(char* buffer, CString& result, const char* dictionaryPath,
+                                 const char* indexPath, const char* frequencyPath);
 }
 
 // The word delimiters of DiacritizeBuffer: blank, tab, ! @ # % ^ & - = ( ) [ ] { },

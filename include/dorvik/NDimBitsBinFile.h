@@ -33,9 +33,11 @@ public:
     // Union (`unite`) or intersection of the listed records of the file at the path,
     // into `result` (uncompressed). An intersection stops at the first empty result and
     // expands later records no further than the result so far.
-    virtual void GetRecords(int dim, int* indices, int count, int* records, CBitArray& result, bool unite, int limit);
+    virtual void GetRecords(int dim, int* indices, int count, int* records, CBitArray& result,
+                            bool unite, int limit);
     // The same, the set bits of `selection` being the record numbers.
-    virtual void GetRecords(int dim, int* indices, CBitArray& selection, CBitArray& result, bool unite, int limit);
+    virtual void GetRecords(int dim, int* indices, CBitArray& selection, CBitArray& result,
+                            bool unite, int limit);
     // Set bits below `bit` when `bit` is set; -1 for a clear bit, a bit past the
     // record, a negative bit or an empty record.
     virtual int GetBitIndex(int dim, int* indices, int bit);

@@ -20,16 +20,19 @@ inline int GetRecordValue(const void* record, int size) {
     if (!record || size < 1) return 0;
     const BYTE* p = static_cast<const BYTE*>(record);
     switch (size) {
-    case 1: return p[0];
-    case 2: return p[0] | (p[1] << 8);
-    case 3: {
-        DWORD v = p[0] | (p[1] << 8) | (static_cast<DWORD>(p[2]) << 16);
-        return (v & 0x800000) ? -1 : static_cast<int>(v & 0x7FFFFF);
-    }
-    default: {
-        DWORD v = p[0] | (p[1] << 8) | (static_cast<DWORD>(p[2]) << 16) | (static_cast<DWORD>(p[3]) << 24);
-        return static_cast<int>(v);
-    }
+        case 1:
+            return p[0];
+        case 2:
+            return p[0] | (p[1] << 8);
+        case 3: {
+            DWORD v = p[0] | (p[1] << 8) | (static_cast<DWORD>(p[2]) << 16);
+            return (v & 0x800000) ? -1 : static_cast<int>(v & 0x7FFFFF);
+        }
+        default: {
+            DWORD v = p[0] | (p[1] << 8) | (static_cast<DWORD>(p[2]) << 16) |
+                      (static_cast<DWORD>(p[3]) << 24);
+            return static_cast<int>(v);
+        }
     }
 }
 
@@ -62,7 +65,9 @@ public:
     CBuffer(const CBuffer&) = default;
     CBuffer& operator=(const CBuffer&) = default;
     // Negative, 0 or positive, as described above.
-    int Compare(const CBuffer& other) const { return CompareBytes(m_pBuffer, m_nLength, other.m_pBuffer, other.m_nLength); }
+    int Compare(const CBuffer& other) const {
+        return CompareBytes(m_pBuffer, m_nLength, other.m_pBuffer, other.m_nLength);
+    }
     bool operator==(const CBuffer& other) const { return Compare(other) == 0; }
     int GetLength() const { return m_nLength; }
     // The pointer; the argument is not used.
@@ -90,7 +95,8 @@ public:
 class CBufferRef {
 public:
     CBufferRef() = default;
-    CBufferRef(char** image, int offset, int length) : m_ppImage(image), m_nOffset(offset), m_nLength(length) {}
+    CBufferRef(char** image, int offset, int length)
+        : m_ppImage(image), m_nOffset(offset), m_nLength(length) {}
     CBufferRef(const CBufferRef&) = default;
     CBufferRef& operator=(const CBufferRef&) = default;
     int Compare(const CBufferRef& other) const {
@@ -105,7 +111,9 @@ public:
     int m_nLength = 0;
 
 private:
-    const char* Bytes() const { return (m_ppImage && *m_ppImage) ? *m_ppImage + m_nOffset : nullptr; }
+    const char* Bytes() const {
+        return (m_ppImage && *m_ppImage) ? *m_ppImage + m_nOffset : nullptr;
+    }
 };
 
 // One record of an integer index file seen as a value: an id, the record's bytes (not
@@ -113,7 +121,8 @@ private:
 class DORVIK_API CIXRecord {
 public:
     CIXRecord() = default;
-    CIXRecord(int id, unsigned char* buffer, int size) : m_nID(id), m_pBuffer(buffer), m_nSize(size) {}
+    CIXRecord(int id, unsigned char* buffer, int size)
+        : m_nID(id), m_pBuffer(buffer), m_nSize(size) {}
     CIXRecord(const CIXRecord&) = default;
     void operator=(const CIXRecord& other) {
         m_nID = other.m_nID;
@@ -128,14 +137,17 @@ public:
     int operator==(const CIXRecord& other) const {
         if (m_nSize <= 0) return 1;
         if (!m_pBuffer || !other.m_pBuffer) return m_pBuffer == other.m_pBuffer ? 1 : 0;
-        return std::memcmp(m_pBuffer, other.m_pBuffer, static_cast<std::size_t>(m_nSize)) == 0 ? 1 : 0;
+        return std::memcmp(m_pBuffer, other.m_pBuffer, static_cast<std::size_t>(m_nSize)) == 0 ? 1
+                                                                                               : 0;
     }
     // Both records decoded by GetRecordValue with this record's size, compared signed.
     int operator>(const CIXRecord& other) const {
-        return GetRecordValue(m_pBuffer, m_nSize) > GetRecordValue(other.m_pBuffer, m_nSize) ? 1 : 0;
+        return GetRecordValue(m_pBuffer, m_nSize) > GetRecordValue(other.m_pBuffer, m_nSize) ? 1
+                                                                                             : 0;
     }
     int operator<(const CIXRecord& other) const {
-        return GetRecordValue(m_pBuffer, m_nSize) < GetRecordValue(other.m_pBuffer, m_nSize) ? 1 : 0;
+        return GetRecordValue(m_pBuffer, m_nSize) < GetRecordValue(other.m_pBuffer, m_nSize) ? 1
+                                                                                             : 0;
     }
 
     int m_nID = 0;
@@ -325,7 +337,9 @@ void CSortTree<KEY>::Walk(bool ascending, bool (*progress)(int, int), SINK sink)
             state = Arrived;
         } else {
             CSortTreeNode* parent = node->m_pParent;
-            if (parent) state = ((ascending ? parent->m_pLeft : parent->m_pRight) == node) ? FirstDone : SecondDone;
+            if (parent)
+                state = ((ascending ? parent->m_pLeft : parent->m_pRight) == node) ? FirstDone
+                                                                                   : SecondDone;
             node = parent;
         }
     }
@@ -373,8 +387,10 @@ void CSortTree<KEY>::RemoveAll() {
         } else {
             CSortTreeNode* parent = node->m_pParent;
             if (parent) {
-                if (parent->m_pLeft == node) parent->m_pLeft = nullptr;
-                else parent->m_pRight = nullptr;
+                if (parent->m_pLeft == node)
+                    parent->m_pLeft = nullptr;
+                else
+                    parent->m_pRight = nullptr;
             }
             delete node;
             node = parent;

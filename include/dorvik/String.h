@@ -11,8 +11,8 @@ public:
     CString() = default;
     CString(const CString&) = default;
     CString(CString&&) noexcept = default;
-    CString(const char* text);               // null gives the empty string
-    CString(const char* text, int length);   // `length` bytes, NULs included
+    CString(const char* text);              // null gives the empty string
+    CString(const char* text, int length);  // `length` bytes, NULs included
     ~CString() = default;
 
     CString& operator=(const CString&) = default;
@@ -45,9 +45,9 @@ public:
     CString Mid(int first) const;
     CString Mid(int first, int count) const;
 
-    void TrimLeft();                        // white space: blank, \t, \n, \v, \f, \r
+    void TrimLeft();  // white space: blank, \t, \n, \v, \f, \r
     void TrimRight();
-    void TrimRight(const char* characters); // any of the given bytes
+    void TrimRight(const char* characters);  // any of the given bytes
 
     void Format(const char* format, ...) __attribute__((format(printf, 2, 3)));
 

@@ -194,8 +194,8 @@ public:
     // bisection does not call it, only the walk over the run: the first accepted match
     // of the run is the result, and a run without one gives nothing.
     // Throws CFileException from the reads.
-    int Find(int start, const char* text, const char* ignore, bool backward, bool wholeWord, bool anchored,
-             bool wrap, bool binary, bool exact, int (*accept)(int));
+    int Find(int start, const char* text, const char* ignore, bool backward, bool wholeWord,
+             bool anchored, bool wrap, bool binary, bool exact, int (*accept)(int));
 
     // ---- Wildcard index and search ---------------------------------------------------
     // These live with the wildcard search, not with the storage. Their bits and cells
@@ -211,17 +211,18 @@ public:
     // Sets in `result` the records whose shape matches `pattern` (`?` one letter, `*`
     // any run); a null pattern selects by emptiness. Returns 1 when `result` holds a
     // record, -1 when it is empty.
-    int Find(CNDimBitsBinFile* index, const char* pattern, Operation op, const char* marks, bool ignoreCase,
-             CBitArray& result);
+    int Find(CNDimBitsBinFile* index, const char* pattern, Operation op, const char* marks,
+             bool ignoreCase, CBitArray& result);
     // The same through the wildcard index file at `path`, opened for the call.
-    int Find(const char* path, const char* pattern, Operation op, const char* marks, bool ignoreCase,
-             CBitArray& result);
+    int Find(const char* path, const char* pattern, Operation op, const char* marks,
+             bool ignoreCase, CBitArray& result);
 
 protected:
     // The wildcard match of `pattern` with its first letter at level `startLevel`;
     // 1 when `result` holds a record, -1 otherwise.
-    int FindTokenForWildCards(CNDimBitsBinFile* index, const char* pattern, Operation op, const char* marks,
-                              bool ignoreCase, int startLevel, CBitArray& result);
+    int FindTokenForWildCards(CNDimBitsBinFile* index, const char* pattern, Operation op,
+                              const char* marks, bool ignoreCase, int startLevel,
+                              CBitArray& result);
 
     // Sets the members below to false, 0 or null (the tree excepted).
     void InitVariables();
@@ -232,20 +233,20 @@ protected:
     // Releases the two blocks.
     void FreeFileMem();
 
-    CIXFile* m_pIndexFile;            // the view's permutation; the caller's
-    CBitArray* m_pFilter;             // owned
-    bool m_bSortTree;                 // sort-tree mode is on
-    CSortTree<CBufferRef> m_SortTree; // keys refer into m_pFileData
-    bool m_bFileMem;                  // the file lies in the two blocks below
-    char* m_pFileData;                // all record bytes, back to back (GrabBlock)
-    int m_nFileDataSize;              // bytes in use
-    int m_nFileDataCapacity;          // bytes allocated
-    DWORD* m_pFileAddresses;          // count + 1 offsets into m_pFileData (GrabBlock)
-    int m_nFileAddressesSize;         // bytes in use: 4 * (count + 1)
-    int m_nFileAddressesCapacity;     // bytes allocated
+    CIXFile* m_pIndexFile;             // the view's permutation; the caller's
+    CBitArray* m_pFilter;              // owned
+    bool m_bSortTree;                  // sort-tree mode is on
+    CSortTree<CBufferRef> m_SortTree;  // keys refer into m_pFileData
+    bool m_bFileMem;                   // the file lies in the two blocks below
+    char* m_pFileData;                 // all record bytes, back to back (GrabBlock)
+    int m_nFileDataSize;               // bytes in use
+    int m_nFileDataCapacity;           // bytes allocated
+    DWORD* m_pFileAddresses;           // count + 1 offsets into m_pFileData (GrabBlock)
+    int m_nFileAddressesSize;          // bytes in use: 4 * (count + 1)
+    int m_nFileAddressesCapacity;      // bytes allocated
 
 private:
-    bool m_bAscending;                // the direction InitSortTree was given
+    bool m_bAscending;  // the direction InitSortTree was given
 
     // Records held in the blocks (sort-tree mode) or in the file.
     int StoredCount();

@@ -74,9 +74,12 @@ int TrimmedLength(const unsigned char* p, int length) {
 enum class Fill { set, reset, flip };
 
 void FillByte(unsigned char& byte, unsigned char mask, Fill how) {
-    if (how == Fill::set) byte |= mask;
-    else if (how == Fill::reset) byte &= static_cast<unsigned char>(~mask);
-    else byte ^= mask;
+    if (how == Fill::set)
+        byte |= mask;
+    else if (how == Fill::reset)
+        byte &= static_cast<unsigned char>(~mask);
+    else
+        byte ^= mask;
 }
 
 void FillBytes(unsigned char* p, std::size_t n, Fill how) {
@@ -104,7 +107,8 @@ void FillBits(unsigned char* p, Bits from, Bits to, Fill how) {
 // Set bits in from..to (inclusive), which lie within the buffer.
 Bits CountBits(const unsigned char* p, Bits from, Bits to) {
     Bits head = from >> 3, tail = to >> 3;
-    if (head == tail) return std::popcount(static_cast<unsigned>(p[head] & ByteMask(from & 7, to & 7)));
+    if (head == tail)
+        return std::popcount(static_cast<unsigned>(p[head] & ByteMask(from & 7, to & 7)));
     Bits count = std::popcount(static_cast<unsigned>(p[head] & ByteMask(from & 7, 7)));
     count += CountBytes(p + head + 1, static_cast<std::size_t>(tail - head - 1));
     return count + std::popcount(static_cast<unsigned>(p[tail] & ByteMask(0, to & 7)));
@@ -119,7 +123,9 @@ Word FromLittleEndian(Word w) {
     return w;
 }
 
-std::size_t PieceBytes(Bits bit, int n) { return static_cast<std::size_t>(((bit & 7) + n + 7) / 8); }
+std::size_t PieceBytes(Bits bit, int n) {
+    return static_cast<std::size_t>(((bit & 7) + n + 7) / 8);
+}
 
 Word ReadPiece(const unsigned char* p, Bits bit, int n) {
     Word w = 0;
@@ -140,7 +146,8 @@ void WritePiece(unsigned char* p, Bits bit, int n, Word value) {
 // Copies `count` bits from `from` to `to`. Moving up it works from the top piece down,
 // moving down (or to another buffer) from the bottom up, so that no piece is
 // overwritten before it is read.
-void MoveBits(const unsigned char* source, Bits from, unsigned char* target, Bits to, Bits count, bool rising) {
+void MoveBits(const unsigned char* source, Bits from, unsigned char* target, Bits to, Bits count,
+              bool rising) {
     if (!rising) {
         for (Bits left = count; left > 0;) {
             int n = static_cast<int>(std::min<Bits>(kPiece, left));
@@ -156,7 +163,9 @@ void MoveBits(const unsigned char* source, Bits from, unsigned char* target, Bit
     }
 }
 
-void MoveBits(unsigned char* p, Bits from, Bits to, Bits count) { MoveBits(p, from, p, to, count, to < from); }
+void MoveBits(unsigned char* p, Bits from, Bits to, Bits count) {
+    MoveBits(p, from, p, to, count, to < from);
+}
 }  // namespace
 
 // ---- Construction and storage --------------------------------------------------------
@@ -172,9 +181,15 @@ CBitArray::CBitArray(const CBitArray& other) {
 }
 
 CBitArray::CBitArray(CBitArray&& other) noexcept
-    : m_pBuffer(other.m_pBuffer), m_nLength(other.m_nLength), m_nCapacity(other.m_nCapacity),
-      m_nCount(other.m_nCount), m_pIndex(other.m_pIndex), m_nIndexEntries(other.m_nIndexEntries),
-      m_nIndexStep(other.m_nIndexStep), m_bModified(other.m_bModified), m_bCompressed(other.m_bCompressed) {
+    : m_pBuffer(other.m_pBuffer),
+      m_nLength(other.m_nLength),
+      m_nCapacity(other.m_nCapacity),
+      m_nCount(other.m_nCount),
+      m_pIndex(other.m_pIndex),
+      m_nIndexEntries(other.m_nIndexEntries),
+      m_nIndexStep(other.m_nIndexStep),
+      m_bModified(other.m_bModified),
+      m_bCompressed(other.m_bCompressed) {
     other.InitValues();
     other.m_bCompressed = m_bCompressed;
 }
@@ -225,7 +240,8 @@ void CBitArray::Reserve(int length) {
     std::int64_t capacity = static_cast<std::int64_t>(length) + (m_bCompressed ? 0 : kGrowthMargin);
     capacity = std::min<std::int64_t>(capacity, INT_MAX);
     if (m_pBuffer) {
-        m_pBuffer = static_cast<unsigned char*>(RegrowBlock(m_pBuffer, static_cast<std::size_t>(capacity)));
+        m_pBuffer =
+            static_cast<unsigned char*>(RegrowBlock(m_pBuffer, static_cast<std::size_t>(capacity)));
     } else {
         m_pBuffer = static_cast<unsigned char*>(GrabBlock(static_cast<std::size_t>(capacity)));
         if (!m_pBuffer) throw CMemoryException();
@@ -247,8 +263,10 @@ void CBitArray::SetLength(int length) {
     std::memset(m_pBuffer + low, 0, static_cast<std::size_t>(high - low));
     bool shrink = length < m_nLength;
     m_nLength = length;
-    if (shrink) SetModified();  // bits were dropped; growth adds only clear bits
-    else m_bModified = true;
+    if (shrink)
+        SetModified();  // bits were dropped; growth adds only clear bits
+    else
+        m_bModified = true;
 }
 
 void CBitArray::GrowTo(std::int64_t length) {
@@ -366,13 +384,15 @@ void CBitArray::CopyRange(const CBitArray& source, int from, int to) {
     GrowTo((last >> 3) + 1);
     Bits head = from >> 3, tail = last >> 3;
     auto merge = [&](Bits byte, unsigned char mask) {
-        m_pBuffer[byte] = static_cast<unsigned char>((m_pBuffer[byte] & ~mask) | (source.m_pBuffer[byte] & mask));
+        m_pBuffer[byte] =
+            static_cast<unsigned char>((m_pBuffer[byte] & ~mask) | (source.m_pBuffer[byte] & mask));
     };
     if (head == tail) {
         merge(head, ByteMask(from & 7, last & 7));
     } else {
         merge(head, ByteMask(from & 7, 7));
-        std::memmove(m_pBuffer + head + 1, source.m_pBuffer + head + 1, static_cast<std::size_t>(tail - head - 1));
+        std::memmove(m_pBuffer + head + 1, source.m_pBuffer + head + 1,
+                     static_cast<std::size_t>(tail - head - 1));
         merge(tail, ByteMask(0, last & 7));
     }
     SetModified();
@@ -416,14 +436,17 @@ void CBitArray::Delete(int from, int to) {
     SetModified();
 }
 
-void CBitArray::SetAt(const unsigned char* source, int sourceBit, unsigned char* target, int targetBit, int bits) {
+void CBitArray::SetAt(const unsigned char* source, int sourceBit, unsigned char* target,
+                      int targetBit, int bits) {
     if (!source || !target || sourceBit < 0 || targetBit < 0 || bits <= 0) return;
     // A target that starts inside the source range, above its start, reads back bits
     // that the same copy has written; only a bit at a time gives that result.
-    Bits distance = (reinterpret_cast<std::intptr_t>(target) - reinterpret_cast<std::intptr_t>(source)) * 8 +
-                    targetBit - sourceBit;
+    Bits distance =
+        (reinterpret_cast<std::intptr_t>(target) - reinterpret_cast<std::intptr_t>(source)) * 8 +
+        targetBit - sourceBit;
     if (distance > 0 && distance < bits) {
-        for (Bits i = 0; i < bits; ++i) WritePiece(target, targetBit + i, 1, ReadPiece(source, sourceBit + i, 1));
+        for (Bits i = 0; i < bits; ++i)
+            WritePiece(target, targetBit + i, 1, ReadPiece(source, sourceBit + i, 1));
         return;
     }
     MoveBits(source, sourceBit, target, targetBit, bits, true);
@@ -437,7 +460,8 @@ void CBitArray::CopyIndexFrom(const CBitArray& source) {
     std::size_t bytes = static_cast<std::size_t>(std::max(source.m_nIndexEntries, 1)) * sizeof(int);
     m_pIndex = static_cast<int*>(std::malloc(bytes));
     if (!m_pIndex) return;
-    std::memcpy(m_pIndex, source.m_pIndex, static_cast<std::size_t>(source.m_nIndexEntries) * sizeof(int));
+    std::memcpy(m_pIndex, source.m_pIndex,
+                static_cast<std::size_t>(source.m_nIndexEntries) * sizeof(int));
     m_nIndexEntries = source.m_nIndexEntries;
     m_nIndexStep = source.m_nIndexStep;
 }
@@ -451,19 +475,22 @@ void CBitArray::operator=(const CBitArray& source) {
 
 void CBitArray::operator|=(const CBitArray& other) {
     GrowTo(other.m_nLength);
-    Combine(m_pBuffer, other.m_pBuffer, static_cast<std::size_t>(other.m_nLength), [](auto a, auto b) { return a | b; });
+    Combine(m_pBuffer, other.m_pBuffer, static_cast<std::size_t>(other.m_nLength),
+            [](auto a, auto b) { return a | b; });
     SetModified();
 }
 
 void CBitArray::operator^=(const CBitArray& other) {
     GrowTo(other.m_nLength);
-    Combine(m_pBuffer, other.m_pBuffer, static_cast<std::size_t>(other.m_nLength), [](auto a, auto b) { return a ^ b; });
+    Combine(m_pBuffer, other.m_pBuffer, static_cast<std::size_t>(other.m_nLength),
+            [](auto a, auto b) { return a ^ b; });
     SetModified();
 }
 
 void CBitArray::operator&=(const CBitArray& other) {
     int n = std::min(m_nLength, other.m_nLength);
-    Combine(m_pBuffer, other.m_pBuffer, static_cast<std::size_t>(n), [](auto a, auto b) { return a & b; });
+    Combine(m_pBuffer, other.m_pBuffer, static_cast<std::size_t>(n),
+            [](auto a, auto b) { return a & b; });
     m_nLength = n ? TrimmedLength(m_pBuffer, n) : 0;
     if (m_nLength == 0) FreeBuffer();
     SetModified();
@@ -489,7 +516,8 @@ CBitArray CBitArray::operator^(const CBitArray& other) const {
 
 bool CBitArray::operator==(const CBitArray& other) const {
     if (m_nLength != other.m_nLength) return false;
-    return m_nLength == 0 || std::memcmp(m_pBuffer, other.m_pBuffer, static_cast<std::size_t>(m_nLength)) == 0;
+    return m_nLength == 0 ||
+           std::memcmp(m_pBuffer, other.m_pBuffer, static_cast<std::size_t>(m_nLength)) == 0;
 }
 
 bool CBitArray::operator&&(const CBitArray& other) const {
@@ -501,18 +529,24 @@ bool CBitArray::operator&&(const CBitArray& other) const {
     return false;
 }
 
-void CBitArray::CombineBytes(Operation op, unsigned char* target, const unsigned char* source, std::size_t length) {
+void CBitArray::CombineBytes(Operation op, unsigned char* target, const unsigned char* source,
+                             std::size_t length) {
     if (length == 0) return;
-    if (op == opCopy) std::memmove(target, source, length);
-    else if (op == opOr) Combine(target, source, length, [](auto a, auto b) { return a | b; });
-    else if (op == opAnd) Combine(target, source, length, [](auto a, auto b) { return a & b; });
-    else if (op == opXor) Combine(target, source, length, [](auto a, auto b) { return a ^ b; });
+    if (op == opCopy)
+        std::memmove(target, source, length);
+    else if (op == opOr)
+        Combine(target, source, length, [](auto a, auto b) { return a | b; });
+    else if (op == opAnd)
+        Combine(target, source, length, [](auto a, auto b) { return a & b; });
+    else if (op == opXor)
+        Combine(target, source, length, [](auto a, auto b) { return a ^ b; });
 }
 
 // ---- Queries -------------------------------------------------------------------------
 
 int CBitArray::GetCount() const {
-    if (m_nCount < 0) m_nCount = static_cast<int>(CountBytes(m_pBuffer, static_cast<std::size_t>(m_nLength)));
+    if (m_nCount < 0)
+        m_nCount = static_cast<int>(CountBytes(m_pBuffer, static_cast<std::size_t>(m_nLength)));
     return m_nCount;
 }
 
@@ -534,6 +568,7 @@ bool CBitArray::IsRangeEmpty(int from, int to) const {
     if (from > last) return true;
     Bits head = from >> 3, tail = last >> 3;
     if (head == tail) return (m_pBuffer[head] & ByteMask(from & 7, last & 7)) == 0;
-    return (m_pBuffer[head] & ByteMask(from & 7, 7)) == 0 && (m_pBuffer[tail] & ByteMask(0, last & 7)) == 0 &&
+    return (m_pBuffer[head] & ByteMask(from & 7, 7)) == 0 &&
+           (m_pBuffer[tail] & ByteMask(0, last & 7)) == 0 &&
            AllZero(m_pBuffer + head + 1, static_cast<std::size_t>(tail - head - 1));
 }

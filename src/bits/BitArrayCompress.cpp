@@ -34,8 +34,10 @@ Word UniformBytes(Word w) {
 
 // The place of the first byte of a word loaded from memory that has a bit in `flags`.
 std::size_t FirstFlagged(Word flags) {
-    if constexpr (std::endian::native == std::endian::little) return static_cast<std::size_t>(std::countr_zero(flags)) / 8;
-    else return static_cast<std::size_t>(std::countl_zero(flags)) / 8;
+    if constexpr (std::endian::native == std::endian::little)
+        return static_cast<std::size_t>(std::countr_zero(flags)) / 8;
+    else
+        return static_cast<std::size_t>(std::countl_zero(flags)) / 8;
 }
 
 // The number of leading bytes that can stand as literals (neither 0x00 nor 0xFF).
@@ -69,7 +71,9 @@ int TrimmedLength(const unsigned char* p, int length) {
     return length;
 }
 
-std::size_t RunCount(const unsigned char* run) { return run[1] | static_cast<std::size_t>(run[2]) << 8; }
+std::size_t RunCount(const unsigned char* run) {
+    return run[1] | static_cast<std::size_t>(run[2]) << 8;
+}
 
 void PutRunCount(unsigned char* run, std::size_t count) {
     run[1] = static_cast<unsigned char>(count);
@@ -106,14 +110,17 @@ void WalkItems(const unsigned char* p, std::size_t n, std::size_t pos, Visit&& v
 // Expands the items of p[start..n) into `out` (or only counts when `out` is null) and
 // returns the plain bytes. With `limit` 0 or above it stops after the item that reaches
 // it; a literal stretch counts as one item per byte.
-Bits Expand(const unsigned char* p, std::size_t n, std::size_t start, Bits limit, unsigned char* out) {
+Bits Expand(const unsigned char* p, std::size_t n, std::size_t start, Bits limit,
+            unsigned char* out) {
     Bits written = 0;
     WalkItems(p, n, start, [&](const Item& item) {
         if (limit >= 0 && written >= limit) return false;
         Bits plain = static_cast<Bits>(item.plain);
         if (!item.run && limit >= 0) plain = std::min(plain, limit - written);
-        if (out && item.run && item.value) std::memset(out + written, 0xFF, static_cast<std::size_t>(plain));
-        if (out && !item.run) std::memcpy(out + written, p + item.pos, static_cast<std::size_t>(plain));
+        if (out && item.run && item.value)
+            std::memset(out + written, 0xFF, static_cast<std::size_t>(plain));
+        if (out && !item.run)
+            std::memcpy(out + written, p + item.pos, static_cast<std::size_t>(plain));
         written += plain;
         return written <= INT_MAX;
     });
@@ -124,7 +131,8 @@ Bits Expand(const unsigned char* p, std::size_t n, std::size_t start, Bits limit
 // expands (isolated 0x00 and 0xFF bytes triple) is not copied over and over.
 class Packer {
 public:
-    explicit Packer(std::size_t size) : m_block(static_cast<unsigned char*>(GrabBlock(size))), m_size(size) {
+    explicit Packer(std::size_t size)
+        : m_block(static_cast<unsigned char*>(GrabBlock(size))), m_size(size) {
         if (!m_block) throw CMemoryException();
     }
     ~Packer() { DropBlock(m_block); }
@@ -181,8 +189,8 @@ void CloseGap(unsigned char* buffer, int& length, std::size_t at, std::size_t co
 // The target byte lies at place `k` of the 0x00 run at `pos` with `count` bytes: the
 // run gives up that byte to a literal holding `mask`. The gap is opened before anything
 // is written, so that a failed growth leaves the string as it was.
-void SplitZeroRun(unsigned char*& buffer, int& length, std::size_t pos, std::size_t count, std::size_t k,
-                  unsigned char mask) {
+void SplitZeroRun(unsigned char*& buffer, int& length, std::size_t pos, std::size_t count,
+                  std::size_t k, unsigned char mask) {
     if (count == 1) {
         buffer[pos] = mask;
         CloseGap(buffer, length, pos + 1, 2);
@@ -209,7 +217,8 @@ bool IsGrowableFFRun(const unsigned char* buffer, std::size_t n, std::size_t pos
 
 // Sets `mask` in the literal at `at`. A literal that becomes 0xFF joins the 0xFF run
 // before it (`before`, or kNone), else the one behind it, else becomes a run of 1.
-bool SetInLiteral(unsigned char*& buffer, int& length, std::size_t at, std::size_t before, unsigned char mask) {
+bool SetInLiteral(unsigned char*& buffer, int& length, std::size_t at, std::size_t before,
+                  unsigned char mask) {
     if (buffer[at] & mask) return false;
     unsigned char value = static_cast<unsigned char>(buffer[at] | mask);
     std::size_t n = static_cast<std::size_t>(length);
@@ -241,7 +250,8 @@ void AppendBit(unsigned char*& buffer, int& length, std::size_t end, Bits gap, u
     unsigned char* out = buffer + start;
     for (std::size_t i = 0; i < runs; ++i, out += 3) {
         out[0] = 0;
-        PutRunCount(out, i + 1 < runs ? kMaxRun : static_cast<std::size_t>(gap) - kMaxRun * (runs - 1));
+        PutRunCount(out,
+                    i + 1 < runs ? kMaxRun : static_cast<std::size_t>(gap) - kMaxRun * (runs - 1));
     }
     *out = mask;
     length = static_cast<int>(total);
@@ -274,10 +284,12 @@ void CBitArray::Decompress() {
 
 // ---- Statics on the compressed form ------------------------------------------------------
 
-void CBitArray::Compress(const unsigned char* source, int length, unsigned char*& target, int& targetLength) {
+void CBitArray::Compress(const unsigned char* source, int length, unsigned char*& target,
+                         int& targetLength) {
     target = nullptr;
     targetLength = 0;
-    std::size_t n = source && length > 0 ? static_cast<std::size_t>(TrimmedLength(source, length)) : 0;
+    std::size_t n =
+        source && length > 0 ? static_cast<std::size_t>(TrimmedLength(source, length)) : 0;
     if (n == 0) return;
     Packer out(std::min(n, n / 4 + 4096));  // sparse forms are small; dense ones grow
     const unsigned char marker = 1;
@@ -329,8 +341,10 @@ bool CBitArray::GetAt(const unsigned char* buffer, int length, int bit) {
             done += item.plain;
             return true;
         }
-        if (item.run) result = item.value == 0xFF;
-        else result = buffer[item.pos + (target - done)] & (1u << (bit & 7));
+        if (item.run)
+            result = item.value == 0xFF;
+        else
+            result = buffer[item.pos + (target - done)] & (1u << (bit & 7));
         return false;
     });
     return result;
@@ -372,8 +386,8 @@ bool CBitArray::SetAt(unsigned char*& buffer, int& length, int bit) {
 
 // ---- Statics on plain buffers --------------------------------------------------------------
 
-void CBitArray::Mem(Operation op, const unsigned char* source, int sourceLength, unsigned char*& target,
-                    int& targetLength) {
+void CBitArray::Mem(Operation op, const unsigned char* source, int sourceLength,
+                    unsigned char*& target, int& targetLength) {
     if (!source || sourceLength < 0) sourceLength = 0;
     if (!target || targetLength < 0) targetLength = 0;
     if (op == opAnd) {
@@ -396,7 +410,8 @@ void CBitArray::Mem(Operation op, const unsigned char* source, int sourceLength,
         }
         targetLength = sourceLength;
     }
-    if (op == opCopy || op == opOr || op == opXor) CombineBytes(op, target, source, static_cast<std::size_t>(sourceLength));
+    if (op == opCopy || op == opOr || op == opXor)
+        CombineBytes(op, target, source, static_cast<std::size_t>(sourceLength));
 }
 
 int CBitArray::BitsNot(unsigned char* buffer, int length, int bits) {
@@ -404,7 +419,8 @@ int CBitArray::BitsNot(unsigned char* buffer, int length, int bits) {
     int needed = bits / 8 + (bits % 8 != 0);
     int n = std::min(needed, length);
     for (int i = 0; i < n; ++i) buffer[i] = static_cast<unsigned char>(~buffer[i]);
-    if (n == needed && bits % 8) buffer[n - 1] &= static_cast<unsigned char>((1u << (bits % 8)) - 1);
+    if (n == needed && bits % 8)
+        buffer[n - 1] &= static_cast<unsigned char>((1u << (bits % 8)) - 1);
     return n;
 }
 

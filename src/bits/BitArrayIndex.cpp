@@ -41,8 +41,8 @@ void ForEachSetBit(const unsigned char* p, std::size_t size, Bits from, Bits end
 
 // Stores the bit of every step-th rank in `table` (at most `capacity` entries) and
 // returns the number of set bits. Words without a sampled rank are passed by count.
-DORVIK_POPCOUNT_CLONES Bits SampleRanks(const unsigned char* p, std::size_t size, Bits step, int* table,
-                                        Bits capacity, int& entries) {
+DORVIK_POPCOUNT_CLONES Bits SampleRanks(const unsigned char* p, std::size_t size, Bits step,
+                                        int* table, Bits capacity, int& entries) {
     Bits rank = 0;
     entries = 0;
     for (std::size_t byte = 0; byte < size; byte += 8) {
@@ -54,13 +54,15 @@ DORVIK_POPCOUNT_CLONES Bits SampleRanks(const unsigned char* p, std::size_t size
         }
         for (; w; w &= w - 1, ++rank)
             if (rank % step == 0 && entries < capacity)
-                table[entries++] = static_cast<int>(static_cast<Bits>(byte) * 8 + std::countr_zero(w));
+                table[entries++] =
+                    static_cast<int>(static_cast<Bits>(byte) * 8 + std::countr_zero(w));
     }
     return rank;
 }
 
 // The n-th set bit (n >= 1) above `bit`; -1 when the array ends first.
-DORVIK_POPCOUNT_CLONES Bits NthSetBitAbove(const unsigned char* p, std::size_t size, Bits bit, Bits n) {
+DORVIK_POPCOUNT_CLONES Bits NthSetBitAbove(const unsigned char* p, std::size_t size, Bits bit,
+                                           Bits n) {
     Bits from = bit + 1;
     for (Bits base = from & ~Bits{63}; static_cast<std::size_t>(base >> 3) < size; base += 64) {
         Word w = LoadWord(p, size, static_cast<std::size_t>(base >> 3));
@@ -112,7 +114,8 @@ void CBitArray::Index() const {
     std::free(m_pIndex);
     m_pIndex = table;
     int entries = 0;
-    m_nCount = static_cast<int>(SampleRanks(m_pBuffer, static_cast<std::size_t>(m_nLength), step, table, capacity, entries));
+    m_nCount = static_cast<int>(SampleRanks(m_pBuffer, static_cast<std::size_t>(m_nLength), step,
+                                            table, capacity, entries));
     m_nIndexEntries = entries;
     m_nIndexStep = step;
 }
@@ -124,7 +127,8 @@ int CBitArray::GetIndexBit(int index) const {
     if (!m_pIndex || entry >= m_nIndexEntries) return -1;
     int left = index % m_nIndexStep;
     if (left == 0) return m_pIndex[entry];
-    return static_cast<int>(NthSetBitAbove(m_pBuffer, static_cast<std::size_t>(m_nLength), m_pIndex[entry], left));
+    return static_cast<int>(
+        NthSetBitAbove(m_pBuffer, static_cast<std::size_t>(m_nLength), m_pIndex[entry], left));
 }
 
 int CBitArray::GetBitIndex(int bit) const {
@@ -141,10 +145,11 @@ int CBitArray::GetBitIndex(int bit) const {
 
 int CBitArray::GetHeadBit() const {
     int head = -1;
-    ForEachSetBit(m_pBuffer, static_cast<std::size_t>(m_nLength), 0, Bits{m_nLength} * 8, [&](Bits bit) {
-        head = static_cast<int>(bit);
-        return false;
-    });
+    ForEachSetBit(m_pBuffer, static_cast<std::size_t>(m_nLength), 0, Bits{m_nLength} * 8,
+                  [&](Bits bit) {
+                      head = static_cast<int>(bit);
+                      return false;
+                  });
     return head;
 }
 
@@ -152,7 +157,8 @@ int CBitArray::GetTailBit() const {
     std::size_t size = static_cast<std::size_t>(m_nLength);
     if (size == 0) return -1;
     for (std::size_t byte = (size - 1) & ~std::size_t{7};; byte -= 8) {
-        if (Word w = LoadWord(m_pBuffer, size, byte)) return static_cast<int>(byte * 8 + 63 - std::countl_zero(w));
+        if (Word w = LoadWord(m_pBuffer, size, byte))
+            return static_cast<int>(byte * 8 + 63 - std::countl_zero(w));
         if (byte == 0) return -1;
     }
 }
@@ -168,7 +174,9 @@ unsigned short CBitArray::Bmp2Array(unsigned short*& list) const {
     return static_cast<unsigned short>(NewList(m_pBuffer, m_nLength, GetCount(), list));
 }
 
-int CBitArray::Bmp2Array(int*& list) const { return NewList(m_pBuffer, m_nLength, GetCount(), list); }
+int CBitArray::Bmp2Array(int*& list) const {
+    return NewList(m_pBuffer, m_nLength, GetCount(), list);
+}
 
 int CBitArray::Bmp2Array(CDWordArray& list) const {
     int count = GetCount();
@@ -194,7 +202,8 @@ void CBitArray::Array2Bmp(const CDWordArray& list) {
     if (top < 0) return;
     GrowTo((top >> 3) + 1);
     for (int i = 0; i < n; ++i)
-        if (values[i] <= INT_MAX) m_pBuffer[values[i] >> 3] |= static_cast<unsigned char>(1u << (values[i] & 7));
+        if (values[i] <= INT_MAX)
+            m_pBuffer[values[i] >> 3] |= static_cast<unsigned char>(1u << (values[i] & 7));
     SetModified();
 }
 
@@ -219,9 +228,10 @@ int CBitArray::Range2Array(int from, int to, CDWordArray& list) const {
     if (added == 0) return 0;
     int old = list.GetSize();
     list.SetSize(old + added, -1);
-    ForEachSetBit(m_pBuffer, static_cast<std::size_t>(m_nLength), from, last + 1, [&, at = old](Bits bit) mutable {
-        list.ElementAt(at++) = static_cast<DWORD>(bit);
-        return at < old + added;
-    });
+    ForEachSetBit(m_pBuffer, static_cast<std::size_t>(m_nLength), from, last + 1,
+                  [&, at = old](Bits bit) mutable {
+                      list.ElementAt(at++) = static_cast<DWORD>(bit);
+                      return at < old + added;
+                  });
     return added;
 }

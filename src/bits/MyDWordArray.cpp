@@ -129,11 +129,14 @@ void CMyDWordArray::Copy(const CDWordArray& other) {
     CDWordArray::Copy(other);
 }
 
-void CMyDWordArray::SetSize(int size, int growBy) { CDWordArray::SetSize(size, growBy == -1 ? kGrowBy : growBy); }
+void CMyDWordArray::SetSize(int size, int growBy) {
+    CDWordArray::SetSize(size, growBy == -1 ? kGrowBy : growBy);
+}
 
 bool CMyDWordArray::operator==(const CDWordArray& other) const {
     if (m_nSize != other.GetSize()) return false;
-    return m_nSize == 0 || std::memcmp(m_pData, other.GetData(), static_cast<std::size_t>(m_nSize) * 4) == 0;
+    return m_nSize == 0 ||
+           std::memcmp(m_pData, other.GetData(), static_cast<std::size_t>(m_nSize) * 4) == 0;
 }
 
 void CMyDWordArray::Sort(CMyDWordArray* target) {
@@ -143,11 +146,13 @@ void CMyDWordArray::Sort(CMyDWordArray* target) {
     // O(n log n) whatever the input.
     std::vector<std::uint64_t> keys(static_cast<std::size_t>(m_nSize));
     for (int i = 0; i < m_nSize; ++i)
-        keys[static_cast<std::size_t>(i)] = (static_cast<std::uint64_t>(m_pData[i] ^ 0x80000000u) << 32) | static_cast<DWORD>(i);
+        keys[static_cast<std::size_t>(i)] =
+            (static_cast<std::uint64_t>(m_pData[i] ^ 0x80000000u) << 32) | static_cast<DWORD>(i);
     std::sort(keys.begin(), keys.end());
     CDWordArray order;
     order.SetSize(m_nSize, 0);
-    for (int i = 0; i < m_nSize; ++i) order.GetData()[i] = static_cast<DWORD>(keys[static_cast<std::size_t>(i)]);
+    for (int i = 0; i < m_nSize; ++i)
+        order.GetData()[i] = static_cast<DWORD>(keys[static_cast<std::size_t>(i)]);
     target->RemoveAll();
     target->Append(order);
 }
@@ -160,8 +165,10 @@ bool CMyDWordArray::Locate(DWORD value, int& low, int& high, int& middle) const 
         middle = low + (high - low) / 2;
         DWORD element = GetAt(middle);
         if (element == value) return true;
-        if (value < element) high = middle - 1;
-        else low = middle + 1;
+        if (value < element)
+            high = middle - 1;
+        else
+            low = middle + 1;
     }
     return false;
 }

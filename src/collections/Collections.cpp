@@ -34,8 +34,7 @@ struct Temporary {
         if (!keep && !path.IsEmpty()) {
             try {
                 CFile::Remove(path);
-            } catch (const CFileException&) {
-            }
+            } catch (const CFileException&) {}
         }
     }
 };
@@ -53,7 +52,8 @@ public:
             throw CFileException(CFileException::invalidFile, -1, nullptr);
         if (m_merge) {
             MakeTempFileName(m_temp.path, nullptr);
-            m_merged = std::make_unique<OutFile>(m_temp.path, CFile::modeCreate | CFile::modeReadWrite);
+            m_merged =
+                std::make_unique<OutFile>(m_temp.path, CFile::modeCreate | CFile::modeReadWrite);
             m_merged->SetSafeMode(false);
             m_out = m_merged.get();
             m_count = std::max(m_count, file->GetRecordCount());
@@ -68,7 +68,9 @@ public:
     int Count() const { return m_count; }
     // The file the records go to: the temporary in a merge, else `file` itself.
     template <class Direct>
-    OutFile* Out(Direct* direct) { return m_merge ? m_out : direct; }
+    OutFile* Out(Direct* direct) {
+        return m_merge ? m_out : direct;
+    }
 
     // Restores the mode; a merge then puts the temporary in the place of the file and
     // opens the file on it again, or reloads a memory twin from it.
@@ -137,12 +139,14 @@ void CBitArrayArray::Init(CBitsBinFile* file, Progress progress) {
     }
 }
 
-void CBitArrayArray::Save(const char* path, Operation op, bool free, bool packed, Progress progress) {
+void CBitArrayArray::Save(const char* path, Operation op, bool free, bool packed,
+                          Progress progress) {
     CBitsBinFile file(path, OpenMode(path, op == opCopy));
     Save(&file, op, free, packed, progress);
 }
 
-void CBitArrayArray::Save(CBitsBinFile* file, Operation op, bool free, bool packed, Progress progress) {
+void CBitArrayArray::Save(CBitsBinFile* file, Operation op, bool free, bool packed,
+                          Progress progress) {
     SaveRun<CBitsBinFile> run(file, op, GetSize());
     bool merge = run.Merge();
     int count = run.Count();
@@ -197,7 +201,8 @@ void CBitArrayCollection::RemoveAll() {
 
 CBitArrayArray* CBitArrayCollection::GetAt(int index) const {
     auto* self = const_cast<CBitArrayCollection*>(this);
-    return SlotOnDemand<CBitArrayArray>(*self, index, [this] { return new CBitArrayArray(m_bCompressed); });
+    return SlotOnDemand<CBitArrayArray>(*self, index,
+                                        [this] { return new CBitArrayArray(m_bCompressed); });
 }
 
 void CBitArrayCollection::Init(const char* path, Progress progress) {
@@ -223,12 +228,14 @@ void CBitArrayCollection::Init(CBinFile* file, Progress progress) {
     }
 }
 
-void CBitArrayCollection::Save(const char* path, Operation op, bool free, bool packed, Progress progress) {
+void CBitArrayCollection::Save(const char* path, Operation op, bool free, bool packed,
+                               Progress progress) {
     CBinFile file(path, OpenMode(path, false));
     Save(&file, op, free, packed, progress);
 }
 
-void CBitArrayCollection::Save(CBinFile* file, Operation op, bool free, bool packed, Progress progress) {
+void CBitArrayCollection::Save(CBinFile* file, Operation op, bool free, bool packed,
+                               Progress progress) {
     SaveRun<CBinFile> run(file, op, GetSize());
     bool merge = run.Merge();
     int count = run.Count();

@@ -46,11 +46,15 @@ void Resize(T*& data, int& size, int& maxSize, int& growBy, int newSize, int new
 
 CDWordArray::~CDWordArray() { delete[] m_pData; }
 
-void CDWordArray::SetSize(int newSize, int growBy) { Resize(m_pData, m_nSize, m_nMaxSize, m_nGrowBy, newSize, growBy); }
+void CDWordArray::SetSize(int newSize, int growBy) {
+    Resize(m_pData, m_nSize, m_nMaxSize, m_nGrowBy, newSize, growBy);
+}
 
 void CDWordArray::RemoveAll() { SetSize(0, -1); }
 
-DWORD CDWordArray::GetAt(int index) const { return (index >= 0 && index < m_nSize) ? m_pData[index] : 0; }
+DWORD CDWordArray::GetAt(int index) const {
+    return (index >= 0 && index < m_nSize) ? m_pData[index] : 0;
+}
 
 void CDWordArray::SetAt(int index, DWORD value) {
     if (index >= 0 && index < m_nSize) m_pData[index] = value;
@@ -85,12 +89,16 @@ int CDWordArray::Append(const CDWordArray& other) {
 void CDWordArray::Copy(const CDWordArray& other) {
     if (&other == this) return;
     SetSize(other.m_nSize, -1);
-    if (other.m_nSize) std::memcpy(m_pData, other.m_pData, static_cast<std::size_t>(other.m_nSize) * sizeof(DWORD));
+    if (other.m_nSize)
+        std::memcpy(m_pData, other.m_pData,
+                    static_cast<std::size_t>(other.m_nSize) * sizeof(DWORD));
 }
 
 CPtrArray::~CPtrArray() { delete[] m_pData; }
 
-void CPtrArray::SetSize(int newSize, int growBy) { Resize(m_pData, m_nSize, m_nMaxSize, m_nGrowBy, newSize, growBy); }
+void CPtrArray::SetSize(int newSize, int growBy) {
+    Resize(m_pData, m_nSize, m_nMaxSize, m_nGrowBy, newSize, growBy);
+}
 
 void CPtrArray::RemoveAll() { SetSize(0, -1); }
 
@@ -102,7 +110,9 @@ void CPtrArray::RemoveAt(int index, int count) {
     m_nSize -= count;
 }
 
-void* CPtrArray::GetAt(int index) const { return (index >= 0 && index < m_nSize) ? m_pData[index] : nullptr; }
+void* CPtrArray::GetAt(int index) const {
+    return (index >= 0 && index < m_nSize) ? m_pData[index] : nullptr;
+}
 
 void CPtrArray::SetAt(int index, void* value) {
     if (index >= 0 && index < m_nSize) m_pData[index] = value;

@@ -30,7 +30,9 @@ std::atomic<AfxMessageHandler> g_message{&DefaultMessage};
 std::atomic<AfxTraceSink> g_trace{&DefaultTrace};
 }  // namespace
 
-int AfxMessageBox(const char* text, UINT type, UINT help) { return g_message.load()(text, type, help); }
+int AfxMessageBox(const char* text, UINT type, UINT help) {
+    return g_message.load()(text, type, help);
+}
 
 AfxMessageHandler AfxSetMessageHandler(AfxMessageHandler handler) {
     return g_message.exchange(handler ? handler : &DefaultMessage);
@@ -60,4 +62,6 @@ void AfxTrace(const char* format, ...) {
     g_trace.load()(big.c_str());
 }
 
-AfxTraceSink AfxSetTraceSink(AfxTraceSink sink) { return g_trace.exchange(sink ? sink : &DefaultTrace); }
+AfxTraceSink AfxSetTraceSink(AfxTraceSink sink) {
+    return g_trace.exchange(sink ? sink : &DefaultTrace);
+}

@@ -11,11 +11,21 @@ const char* CMemoryException::what() const noexcept { return "Not enough memory"
 
 namespace {
 const char* CauseText(int cause) {
-    static const char* const texts[] = {
-        "no error", "file error", "file not found", "bad path", "too many open files",
-        "access denied", "invalid file", "cannot remove the current directory",
-        "directory full", "bad seek", "hardware I/O error", "sharing violation",
-        "lock violation", "disk full", "end of file"};
+    static const char* const texts[] = {"no error",
+                                        "file error",
+                                        "file not found",
+                                        "bad path",
+                                        "too many open files",
+                                        "access denied",
+                                        "invalid file",
+                                        "cannot remove the current directory",
+                                        "directory full",
+                                        "bad seek",
+                                        "hardware I/O error",
+                                        "sharing violation",
+                                        "lock violation",
+                                        "disk full",
+                                        "end of file"};
     return (cause >= 0 && cause <= CFileException::endOfFile) ? texts[cause] : "file error";
 }
 }  // namespace
@@ -28,8 +38,11 @@ CFileException::CFileException(int cause, LONG osError, const char* fileName)
 }
 
 CFileException::CFileException(const CFileException& other)
-    : CException(other), m_cause(other.m_cause), m_lOsError(other.m_lOsError),
-      m_strFileName(other.m_strFileName), m_what(other.m_what) {}
+    : CException(other),
+      m_cause(other.m_cause),
+      m_lOsError(other.m_lOsError),
+      m_strFileName(other.m_strFileName),
+      m_what(other.m_what) {}
 
 CFileException& CFileException::operator=(const CFileException& other) {
     m_cause = other.m_cause;
@@ -43,15 +56,37 @@ const char* CFileException::what() const noexcept { return m_what.c_str(); }
 
 int CFileException::OsErrorToException(int error) {
     switch (error) {
-        case 0: return none;
-        case ENOENT: return fileNotFound;
-        case ENOTDIR: case ENAMETOOLONG: case ELOOP: return badPath;
-        case EMFILE: case ENFILE: return tooManyOpenFiles;
-        case EACCES: case EPERM: case EROFS: case EISDIR: case EBADF: return accessDenied;
-        case EBUSY: case ETXTBSY: return sharingViolation;
-        case ENOSPC: case EDQUOT: case EFBIG: return diskFull;
-        case EIO: return hardIO;
-        case EINVAL: case ESPIPE: case EOVERFLOW: return badSeek;
-        default: return genericException;
+        case 0:
+            return none;
+        case ENOENT:
+            return fileNotFound;
+        case ENOTDIR:
+        case ENAMETOOLONG:
+        case ELOOP:
+            return badPath;
+        case EMFILE:
+        case ENFILE:
+            return tooManyOpenFiles;
+        case EACCES:
+        case EPERM:
+        case EROFS:
+        case EISDIR:
+        case EBADF:
+            return accessDenied;
+        case EBUSY:
+        case ETXTBSY:
+            return sharingViolation;
+        case ENOSPC:
+        case EDQUOT:
+        case EFBIG:
+            return diskFull;
+        case EIO:
+            return hardIO;
+        case EINVAL:
+        case ESPIPE:
+        case EOVERFLOW:
+            return badSeek;
+        default:
+            return genericException;
     }
 }

@@ -72,7 +72,9 @@ void CFile::Close() {
     if (::close(fd) != 0 && errno != EINTR) ThrowOsError(errno);
 }
 
-DWORD CFile::GetPosition() const { return static_cast<DWORD>(const_cast<CFile*>(this)->Seek(0, current)); }
+DWORD CFile::GetPosition() const {
+    return static_cast<DWORD>(const_cast<CFile*>(this)->Seek(0, current));
+}
 
 CString CFile::GetFilePath() const { return m_strFileName; }
 
@@ -83,7 +85,8 @@ void CFile::Flush() {
 }
 
 void CFile::CheckOpen() const {
-    if (m_hFile == hFileNull) throw CFileException(CFileException::invalidFile, EBADF, m_strFileName);
+    if (m_hFile == hFileNull)
+        throw CFileException(CFileException::invalidFile, EBADF, m_strFileName);
 }
 
 void CFile::ThrowOsError(int error) const {
@@ -104,7 +107,8 @@ LONG CFile::Seek(LONG offset, UINT from) {
         throw CFileException(CFileException::badSeek, EINVAL, m_strFileName);
     }
     std::int64_t target = base + offset;
-    if (target < 0 || target > kMaxFileSize) throw CFileException(CFileException::badSeek, EINVAL, m_strFileName);
+    if (target < 0 || target > kMaxFileSize)
+        throw CFileException(CFileException::badSeek, EINVAL, m_strFileName);
     m_nPos = target;
     return static_cast<LONG>(target);
 }
@@ -150,9 +154,12 @@ UINT CFile::Read(void* buffer, UINT count) {
 void CFile::Write(const void* buffer, UINT count) {
     if (count == 0) return;
     CheckOpen();
-    if (m_nPos + count > kMaxFileSize) throw CFileException(CFileException::diskFull, EFBIG, m_strFileName);
+    if (m_nPos + count > kMaxFileSize)
+        throw CFileException(CFileException::diskFull, EFBIG, m_strFileName);
     if (m_bWriteBehind && count < kWriteBehind / 2) {
-        if (!m_pending.empty() && m_nPos != m_nPendingStart + static_cast<std::int64_t>(m_pending.size())) FlushWriteBehind();
+        if (!m_pending.empty() &&
+            m_nPos != m_nPendingStart + static_cast<std::int64_t>(m_pending.size()))
+            FlushWriteBehind();
         if (m_pending.empty()) {
             m_nPendingStart = m_nPos;
             m_pending.reserve(kWriteBehind + kWriteBehind / 2);

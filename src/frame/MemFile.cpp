@@ -11,8 +11,11 @@ constexpr std::uint64_t kMaxMemSize = 0x7FFFFFFF;
 CMemFile::CMemFile(UINT growBytes) : m_nGrowBytes(growBytes) {}
 
 CMemFile::CMemFile(BYTE* buffer, UINT size, UINT growBytes)
-    : m_nGrowBytes(growBytes), m_nBufferSize(buffer ? size : 0),
-      m_nFileSize(buffer && growBytes == 0 ? size : 0), m_lpBuffer(buffer), m_bAutoDelete(0) {}
+    : m_nGrowBytes(growBytes),
+      m_nBufferSize(buffer ? size : 0),
+      m_nFileSize(buffer && growBytes == 0 ? size : 0),
+      m_lpBuffer(buffer),
+      m_bAutoDelete(0) {}
 
 CMemFile::~CMemFile() {
     if (m_bAutoDelete) std::free(m_lpBuffer);
@@ -28,11 +31,15 @@ BYTE* CMemFile::Detach() {
 
 LONG CMemFile::Seek(LONG offset, UINT from) {
     std::int64_t base = 0;
-    if (from == current) base = m_nPosition;
-    else if (from == end) base = m_nFileSize;
-    else if (from != begin) throw CFileException(CFileException::badSeek, EINVAL);
+    if (from == current)
+        base = m_nPosition;
+    else if (from == end)
+        base = m_nFileSize;
+    else if (from != begin)
+        throw CFileException(CFileException::badSeek, EINVAL);
     std::int64_t target = base + offset;
-    if (target < 0 || static_cast<std::uint64_t>(target) > kMaxMemSize) throw CFileException(CFileException::badSeek, EINVAL);
+    if (target < 0 || static_cast<std::uint64_t>(target) > kMaxMemSize)
+        throw CFileException(CFileException::badSeek, EINVAL);
     m_nPosition = static_cast<DWORD>(target);
     return static_cast<LONG>(target);
 }
@@ -41,7 +48,8 @@ void CMemFile::GrowFile(DWORD newLength) {
     if (newLength <= m_nBufferSize) return;
     if (m_nGrowBytes == 0 || newLength > kMaxMemSize) throw CMemoryException();
     std::uint64_t size = m_nBufferSize;
-    std::uint64_t steps = (static_cast<std::uint64_t>(newLength) - size + m_nGrowBytes - 1) / m_nGrowBytes;
+    std::uint64_t steps =
+        (static_cast<std::uint64_t>(newLength) - size + m_nGrowBytes - 1) / m_nGrowBytes;
     size += steps * m_nGrowBytes;
     if (size > kMaxMemSize) size = kMaxMemSize;
     BYTE* grown;
@@ -83,7 +91,8 @@ void CMemFile::Write(const void* buffer, UINT count) {
     std::uint64_t end = static_cast<std::uint64_t>(m_nPosition) + count;
     if (end > kMaxMemSize) throw CMemoryException();
     if (end > m_nBufferSize) GrowFile(static_cast<DWORD>(end));
-    if (m_nPosition > m_nFileSize) std::memset(m_lpBuffer + m_nFileSize, 0, m_nPosition - m_nFileSize);
+    if (m_nPosition > m_nFileSize)
+        std::memset(m_lpBuffer + m_nFileSize, 0, m_nPosition - m_nFileSize);
     std::memmove(m_lpBuffer + m_nPosition, buffer, count);
     m_nPosition = static_cast<DWORD>(end);
     if (m_nPosition > m_nFileSize) m_nFileSize = m_nPosition;

@@ -125,8 +125,29 @@ CString& CString::operator+=(const char* text) {
     return *this;
 }
 
-CString operator+(const CString& a, const CString& b) { CString r(a); r += b; return r; }
-CString operator+(const CString& a, char b) { CString r(a); r += b; return r; }
-CString operator+(const CString& a, const char* b) { CString r(a); r += b; return r; }
-CString operator+(char a, const CString& b) { CString r; r += a; r += b; return r; }
-CString operator+(const char* a, const CString& b) { CString r(a); r += b; return r; }
+CString operator+(const CString& a, const CString& b) {
+    CString r(a);
+    r += b;
+    return r;
+}
+CString operator+(const CString& a, char b) {
+    CString r(a);
+    r += b;
+    return r;
+}
+CString operator+(const CString& a, const char* b) {
+    CString r(a);
+    r += b;
+    return r;
+}
+CString operator+(char a, const CString& b) {
+    CString r;
+    r += a;
+    r += b;
+    return r;
+}
+CString operator+(const char* a, const CString& b) {
+    CString r(a);
+    r += b;
+    return r;
+}

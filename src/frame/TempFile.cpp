@@ -15,7 +15,8 @@ void MakeTempFileName(CString& name, const char* prefix) {
     path += prefix ? prefix : "dvk";
     path += "XXXXXX";
     int fd = mkstemp(path.data());
-    if (fd < 0) throw CFileException(CFileException::OsErrorToException(errno), errno, path.c_str());
+    if (fd < 0)
+        throw CFileException(CFileException::OsErrorToException(errno), errno, path.c_str());
     close(fd);
     name = path.c_str();
 }

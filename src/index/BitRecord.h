@@ -29,7 +29,8 @@ inline Block CompressBytes(const unsigned char* data, int length, int& compresse
 inline void GrowToBit(Block& block, int& length, int bit) {
     if (bit / 8 < length) return;
     length = bit / 8 + 1;
-    block.reset(static_cast<unsigned char*>(RegrowBlock(block.release(), static_cast<std::size_t>(length))));
+    block.reset(static_cast<unsigned char*>(
+        RegrowBlock(block.release(), static_cast<std::size_t>(length))));
 }
 
 inline unsigned char Mask(int bit) { return static_cast<unsigned char>(1u << (bit & 7)); }
@@ -42,7 +43,8 @@ inline bool TestBit(const unsigned char* bytes, int length, int bit) {
 inline int CountBelow(const unsigned char* bytes, int bit) {
     int count = 0;
     for (int i = 0; i < bit / 8; ++i) count += std::popcount(static_cast<unsigned>(bytes[i]));
-    if (bit & 7) count += std::popcount(static_cast<unsigned>(bytes[bit / 8]) & ((1u << (bit & 7)) - 1));
+    if (bit & 7)
+        count += std::popcount(static_cast<unsigned>(bytes[bit / 8]) & ((1u << (bit & 7)) - 1));
     return count;
 }
 
@@ -92,12 +94,13 @@ inline std::vector<unsigned char> CompressSortedBits(const std::vector<unsigned>
     std::vector<unsigned char> out;
     if (bits.empty()) return out;
     out.push_back(1);
-    long long done = 0;          // plain bytes written
-    std::size_t fullRun = 0;     // where the 0xFF run that ends the form starts, or 0
+    long long done = 0;       // plain bytes written
+    std::size_t fullRun = 0;  // where the 0xFF run that ends the form starts, or 0
     auto put = [&](unsigned byte, unsigned char value) {
         for (long long gap = byte - done; gap > 0;) {
             unsigned count = static_cast<unsigned>(gap < 65535 ? gap : 65535);
-            out.insert(out.end(), {0x00, static_cast<unsigned char>(count), static_cast<unsigned char>(count >> 8)});
+            out.insert(out.end(), {0x00, static_cast<unsigned char>(count),
+                                   static_cast<unsigned char>(count >> 8)});
             gap -= count;
             fullRun = 0;
         }

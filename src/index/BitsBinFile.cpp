@@ -43,11 +43,13 @@ void Append(ColumnList& list, unsigned value, int width) {
     if (list.used + static_cast<std::size_t>(width) > list.capacity) {
         // Grows by a quarter, at least 100 entries: amortised linear, little slack.
         std::size_t step = list.capacity / 4;
-        if (step < static_cast<std::size_t>(width) * 100) step = static_cast<std::size_t>(width) * 100;
+        if (step < static_cast<std::size_t>(width) * 100)
+            step = static_cast<std::size_t>(width) * 100;
         list.bytes = static_cast<unsigned char*>(RegrowBlock(list.bytes, list.capacity + step));
         list.capacity += step;
     }
-    for (int k = 0; k < width; ++k) list.bytes[list.used++] = static_cast<unsigned char>(value >> (8 * k));
+    for (int k = 0; k < width; ++k)
+        list.bytes[list.used++] = static_cast<unsigned char>(value >> (8 * k));
 }
 }  // namespace
 
@@ -141,7 +143,8 @@ void CBitsBinFile::GetRecords(CBitArray* selection, CBitArray& result, bool unit
     GetRecords(n, n > 0 ? list : nullptr, result, unite, limit);
 }
 
-void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress, CBitsBinFile* target) {
+void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress,
+                          CBitsBinFile* target) {
     int n = GetRecordCount();
     if (n == 0) return;
     // Records are walked in their compressed form: a sparse record costs its stored
@@ -161,9 +164,10 @@ void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress, CB
             set.Decompress();
         }
     } else {
-        for (int r = 0; r < n; ++r) forEachRecordBit(r, [&set](long long bit) {
-            if (bit <= 0x7FFFFFFF) set.SetAt(static_cast<int>(bit));
-        });
+        for (int r = 0; r < n; ++r)
+            forEachRecordBit(r, [&set](long long bit) {
+                if (bit <= 0x7FFFFFFF) set.SetAt(static_cast<int>(bit));
+            });
     }
     int c = set.GetCount();
     std::size_t m = static_cast<std::size_t>(set.GetLength()) * 8;
@@ -173,7 +177,8 @@ void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress, CB
         const unsigned char* bytes = set.GetBuffer();
         for (std::size_t i = 0; i < static_cast<std::size_t>(set.GetLength()); ++i) {
             for (unsigned b = bytes[i]; b; b &= b - 1)
-                rankToBit[static_cast<std::size_t>(rank++)] = static_cast<int>(i * 8 + static_cast<std::size_t>(std::countr_zero(b)));
+                rankToBit[static_cast<std::size_t>(rank++)] =
+                    static_cast<int>(i * 8 + static_cast<std::size_t>(std::countr_zero(b)));
         }
     }
     set.FreeBuffer();
@@ -181,12 +186,15 @@ void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress, CB
     // are very sparse, a binary search over the set ones keeps memory to the set.
     bool dense = m <= 8 * static_cast<std::size_t>(c) + (std::size_t{1} << 22);
     std::vector<int> bitToRank(dense ? m : 0, -1);
-    for (int rank = 0; dense && rank < c; ++rank) bitToRank[static_cast<std::size_t>(rankToBit[static_cast<std::size_t>(rank)])] = rank;
+    for (int rank = 0; dense && rank < c; ++rank)
+        bitToRank[static_cast<std::size_t>(rankToBit[static_cast<std::size_t>(rank)])] = rank;
     auto rankOf = [&](long long bit) -> int {
         if (bit < 0 || static_cast<std::size_t>(bit) >= m) return -1;
         if (dense) return bitToRank[static_cast<std::size_t>(bit)];
         auto at = std::lower_bound(rankToBit.begin(), rankToBit.end(), static_cast<int>(bit));
-        return (at != rankToBit.end() && *at == static_cast<int>(bit)) ? static_cast<int>(at - rankToBit.begin()) : -1;
+        return (at != rankToBit.end() && *at == static_cast<int>(bit))
+                   ? static_cast<int>(at - rankToBit.begin())
+                   : -1;
     };
     int width = n >= 65536 ? 4 : 2;
     std::vector<ColumnList> lists(static_cast<std::size_t>(c));
@@ -201,7 +209,8 @@ void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress, CB
         if (progress) progress(r, n);
         forEachRecordBit(r, [&](long long bit) {
             int rank = rankOf(bit);
-            if (rank >= 0) Append(lists[static_cast<std::size_t>(rank)], static_cast<unsigned>(r), width);
+            if (rank >= 0)
+                Append(lists[static_cast<std::size_t>(rank)], static_cast<unsigned>(r), width);
         });  // bits outside the column set are skipped
     }
     std::vector<int>().swap(bitToRank);
@@ -217,7 +226,8 @@ void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress, CB
         records.clear();
         for (std::size_t at = 0; at < list.used; at += static_cast<std::size_t>(width)) {
             unsigned r = 0;
-            for (int k = 0; k < width; ++k) r |= static_cast<unsigned>(list.bytes[at + static_cast<std::size_t>(k)]) << (8 * k);
+            for (int k = 0; k < width; ++k)
+                r |= static_cast<unsigned>(list.bytes[at + static_cast<std::size_t>(k)]) << (8 * k);
             records.push_back(r);
         }
         DropBlock(list.bytes);

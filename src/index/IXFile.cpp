@@ -38,11 +38,14 @@ bool Selected(int record, int value, int op) {
 }
 
 void CheckRecordSize(int recordSize, const char* path) {
-    if (recordSize < 1 || recordSize > 4) throw CFileException(CFileException::invalidFile, EINVAL, path);
+    if (recordSize < 1 || recordSize > 4)
+        throw CFileException(CFileException::invalidFile, EINVAL, path);
 }
 }  // namespace
 
-CIXFile::CIXFile(int recordSize) : m_nRecordSize(recordSize) { CheckRecordSize(recordSize, nullptr); }
+CIXFile::CIXFile(int recordSize) : m_nRecordSize(recordSize) {
+    CheckRecordSize(recordSize, nullptr);
+}
 
 CIXFile::CIXFile(const char* fileName, UINT openFlags, int recordSize) : m_nRecordSize(recordSize) {
     CheckRecordSize(recordSize, fileName);
@@ -52,7 +55,9 @@ CIXFile::CIXFile(const char* fileName, UINT openFlags, int recordSize) : m_nReco
 
 CIXFile::~CIXFile() = default;
 
-int CIXFile::GetRecordCount() { return static_cast<int>(GetLength() / static_cast<DWORD>(m_nRecordSize)); }
+int CIXFile::GetRecordCount() {
+    return static_cast<int>(GetLength() / static_cast<DWORD>(m_nRecordSize));
+}
 
 int CIXFile::Decode(const BYTE* record) const {
     DWORD v = 0;
@@ -63,12 +68,14 @@ int CIXFile::Decode(const BYTE* record) const {
 
 bool CIXFile::IsInitRecord(const BYTE* record) const {
     for (int k = 0; k < m_nRecordSize; ++k)
-        if (record[k] != static_cast<BYTE>(static_cast<DWORD>(m_nInitValue) >> (8 * k))) return false;
+        if (record[k] != static_cast<BYTE>(static_cast<DWORD>(m_nInitValue) >> (8 * k)))
+            return false;
     return true;
 }
 
 BYTE* CIXFile::ReadRecords(int first, int count) {
-    std::size_t bytes = count > 0 ? static_cast<std::size_t>(count) * static_cast<std::size_t>(m_nRecordSize) : 0;
+    std::size_t bytes =
+        count > 0 ? static_cast<std::size_t>(count) * static_cast<std::size_t>(m_nRecordSize) : 0;
     Block block = Grab(bytes);
     if (bytes > 0) {
         Seek(static_cast<LONG>(first * m_nRecordSize), begin);
@@ -95,8 +102,10 @@ void CIXFile::Init(int count) {
     int records = GetRecordCount();
     if (count <= records) return;
     std::int64_t start = static_cast<std::int64_t>(records) * m_nRecordSize;
-    std::int64_t bytes = (static_cast<std::int64_t>(count) - records + m_nGrowCount) * m_nRecordSize;
-    if (start + bytes > kMaxFile) throw CFileException(CFileException::diskFull, EFBIG, GetFilePath());
+    std::int64_t bytes =
+        (static_cast<std::int64_t>(count) - records + m_nGrowCount) * m_nRecordSize;
+    if (start + bytes > kMaxFile)
+        throw CFileException(CFileException::diskFull, EFBIG, GetFilePath());
     std::size_t piece = static_cast<std::size_t>(std::min<std::int64_t>(bytes, kPiece * 16));
     Block block = Grab(piece);
     std::memset(block.get(), static_cast<BYTE>(m_nInitValue), piece);
@@ -125,16 +134,22 @@ int CIXFile::ViewRecord(int position, int count, int indexCount) {
     int physical = position;
     if (m_pIndexFile) {
         CIXFile* index = m_pIndexFile;
-        if (index->m_pIndexFile) physical = index->GetRecord(position);
-        else physical = position < indexCount ? index->ReadOne(position) : index->m_nInitValue;
+        if (index->m_pIndexFile)
+            physical = index->GetRecord(position);
+        else
+            physical = position < indexCount ? index->ReadOne(position) : index->m_nInitValue;
         if (physical < 0 || physical >= count) return m_nInitValue;
     }
     return ReadOne(physical);
 }
 
-void CIXFile::IncRecord(int position) { Modify(position, static_cast<int>(static_cast<DWORD>(GetRecord(position)) + 1u)); }
+void CIXFile::IncRecord(int position) {
+    Modify(position, static_cast<int>(static_cast<DWORD>(GetRecord(position)) + 1u));
+}
 
-void CIXFile::DecRecord(int position) { Modify(position, static_cast<int>(static_cast<DWORD>(GetRecord(position)) - 1u)); }
+void CIXFile::DecRecord(int position) {
+    Modify(position, static_cast<int>(static_cast<DWORD>(GetRecord(position)) - 1u));
+}
 
 void CIXFile::Modify(int position, int value) {
     if (position < 0) return;
@@ -190,14 +205,17 @@ void CIXFile::Insert(int position, int value) {
     std::int64_t records = GetRecordCount();
     std::int64_t p = static_cast<std::int64_t>(position) + 1;
     if (p > records) {
-        if ((p + 2) * m_nRecordSize > kMaxFile) throw CFileException(CFileException::diskFull, EFBIG, GetFilePath());
+        if ((p + 2) * m_nRecordSize > kMaxFile)
+            throw CFileException(CFileException::diskFull, EFBIG, GetFilePath());
         Init(static_cast<int>(p + 1));
         records = p + 1;
     }
-    if ((records + 1) * m_nRecordSize > kMaxFile) throw CFileException(CFileException::diskFull, EFBIG, GetFilePath());
+    if ((records + 1) * m_nRecordSize > kMaxFile)
+        throw CFileException(CFileException::diskFull, EFBIG, GetFilePath());
     std::int64_t tail = (records - p) * m_nRecordSize;
     if (tail > 0 &&
-        !MoveData(static_cast<DWORD>(p * m_nRecordSize), static_cast<DWORD>((p + 1) * m_nRecordSize), static_cast<DWORD>(tail))) {
+        !MoveData(static_cast<DWORD>(p * m_nRecordSize),
+                  static_cast<DWORD>((p + 1) * m_nRecordSize), static_cast<DWORD>(tail))) {
         AfxMessageBox("Can't move file data.\r\nNot enough memory!", 0, 0);
         return;
     }
@@ -216,7 +234,9 @@ void CIXFile::AddRecords(const DWORD* values, int count) {
     Seek(static_cast<LONG>(start), begin);
     for (int done = 0; done < count;) {
         int n = std::min(piece, count - done);
-        for (int i = 0; i < n; ++i) Encode(block.get() + i * m_nRecordSize, static_cast<int>(values[done + i]), m_nRecordSize);
+        for (int i = 0; i < n; ++i)
+            Encode(block.get() + i * m_nRecordSize, static_cast<int>(values[done + i]),
+                   m_nRecordSize);
         Write(block.get(), static_cast<UINT>(n * m_nRecordSize));
         done += n;
     }
@@ -235,7 +255,8 @@ void CIXFile::Delete(int from, int to) {
     }
     std::int64_t behind = static_cast<std::int64_t>(records - 1 - to) * m_nRecordSize;
     if (behind > 0 &&
-        !MoveData(static_cast<DWORD>((to + 1) * m_nRecordSize), static_cast<DWORD>(from * m_nRecordSize), static_cast<DWORD>(behind)))
+        !MoveData(static_cast<DWORD>((to + 1) * m_nRecordSize),
+                  static_cast<DWORD>(from * m_nRecordSize), static_cast<DWORD>(behind)))
         throw CMemoryException();
     SetLength(static_cast<DWORD>((records - (to - from + 1)) * m_nRecordSize));
 }
@@ -258,8 +279,10 @@ bool CIXFile::Locate(int value, int count, int indexCount, int& low, int& high, 
         middle = low + (high - low) / 2;
         int record = ViewRecord(middle, count, indexCount);
         if (record == value) return true;
-        if (record > value) high = middle - 1;
-        else low = middle + 1;
+        if (record > value)
+            high = middle - 1;
+        else
+            low = middle + 1;
     }
     return false;
 }
@@ -297,8 +320,10 @@ void CIXFile::FindRecordLimits(int position, int count, int value, int& low, int
         int lo = low, hi = position - 1;
         while (lo < hi) {
             int mid = lo + (hi - lo) / 2;
-            if (at(mid) < value) lo = mid + 1;
-            else hi = mid;
+            if (at(mid) < value)
+                lo = mid + 1;
+            else
+                hi = mid;
         }
         low = lo;
     }
@@ -308,8 +333,10 @@ void CIXFile::FindRecordLimits(int position, int count, int value, int& low, int
         int lo = position + 1, hi = high;
         while (lo < hi) {
             int mid = lo + (hi - lo + 1) / 2;
-            if (at(mid) > value) hi = mid - 1;
-            else lo = mid;
+            if (at(mid) > value)
+                hi = mid - 1;
+            else
+                lo = mid;
         }
         high = lo;
     }
@@ -321,13 +348,15 @@ int CIXFile::Find(int value, Operation op, DWORD*& list) {
     if (!m_pIndexFile) {
         Block records(ReadRecords(0, count));
         int selected = 0;
-        for (int i = 0; i < count; ++i) selected += Selected(Decode(records.get() + i * m_nRecordSize), value, flags) ? 1 : 0;
+        for (int i = 0; i < count; ++i)
+            selected += Selected(Decode(records.get() + i * m_nRecordSize), value, flags) ? 1 : 0;
         if (selected == 0) return 0;
         Block out = Grab(static_cast<std::size_t>(selected) * 4);
         DWORD* positions = reinterpret_cast<DWORD*>(out.get());
         int n = 0;
         for (int i = 0; i < count; ++i)
-            if (Selected(Decode(records.get() + i * m_nRecordSize), value, flags)) positions[n++] = static_cast<DWORD>(i);
+            if (Selected(Decode(records.get() + i * m_nRecordSize), value, flags))
+                positions[n++] = static_cast<DWORD>(i);
         list = reinterpret_cast<DWORD*>(out.release());
         return selected;
     }
@@ -346,14 +375,18 @@ int CIXFile::Find(int value, Operation op, DWORD*& list) {
     auto put = [&](int first, int last) {
         if (first > last) return;
         if (index->GetIndexFile()) {
-            for (int i = first; i <= last; ++i) positions[n++] = static_cast<DWORD>(index->GetRecord(i));
+            for (int i = first; i <= last; ++i)
+                positions[n++] = static_cast<DWORD>(index->GetRecord(i));
             return;
         }
         // A plain index file: its records first..last in one read.
         int available = std::max(0, std::min(last, index->GetRecordCount() - 1) - first + 1);
         Block entries(index->ReadRecords(first, available));
-        for (int i = 0; i < available; ++i) positions[n++] = static_cast<DWORD>(index->Decode(entries.get() + i * index->m_nRecordSize));
-        for (int i = available; i < last - first + 1; ++i) positions[n++] = static_cast<DWORD>(index->m_nInitValue);
+        for (int i = 0; i < available; ++i)
+            positions[n++] =
+                static_cast<DWORD>(index->Decode(entries.get() + i * index->m_nRecordSize));
+        for (int i = available; i < last - first + 1; ++i)
+            positions[n++] = static_cast<DWORD>(index->m_nInitValue);
     };
     if (flags & opLess) put(0, low - 1);
     if ((flags & opEqual) && found) put(low, high);
@@ -382,8 +415,10 @@ int CIXFile::Find(int value, Operation op, CBitArray& bits, bool sortedPositions
         auto put = [&](int first, int last) {
             if (first > last) return;
             selected += last - first + 1;
-            if (sortedPositions) bits.SetRange(first, last);
-            else m_pIndexFile->GetRecords(first, last, bits);
+            if (sortedPositions)
+                bits.SetRange(first, last);
+            else
+                m_pIndexFile->GetRecords(first, last, bits);
         };
         if (flags & opLess) put(0, low - 1);
         if ((flags & opEqual) && found) put(low, high);
@@ -524,12 +559,14 @@ void CIXFile::Sort(CIXFile* target, bool (*progress)(int, int)) {
     for (int i = 0; i < n; ++i) {
         if (progress) progress(i, n);
         DWORD v = static_cast<DWORD>(GetRecordValue(block.get() + i * size, size));
-        keys[static_cast<std::size_t>(i)] = (static_cast<std::uint64_t>(v ^ 0x80000000u) << 32) | static_cast<DWORD>(i);
+        keys[static_cast<std::size_t>(i)] =
+            (static_cast<std::uint64_t>(v ^ 0x80000000u) << 32) | static_cast<DWORD>(i);
     }
     block.reset();
     std::sort(keys.begin(), keys.end());
     std::vector<DWORD> order(static_cast<std::size_t>(n));
-    for (int i = 0; i < n; ++i) order[static_cast<std::size_t>(i)] = static_cast<DWORD>(keys[static_cast<std::size_t>(i)]);
+    for (int i = 0; i < n; ++i)
+        order[static_cast<std::size_t>(i)] = static_cast<DWORD>(keys[static_cast<std::size_t>(i)]);
     keys.clear();
     keys.shrink_to_fit();
     target->RemoveAll();
@@ -579,7 +616,8 @@ void CIXFile::Invert(bool (*progress)(int, int), CFile* target) {
         for (int i = 0; i < n; ++i) {
             if (progress) progress(i, n);
             int v = values[static_cast<std::size_t>(i)];
-            if (v >= 0) pairs.push_back((static_cast<std::uint64_t>(v) << 32) | static_cast<DWORD>(i));
+            if (v >= 0)
+                pairs.push_back((static_cast<std::uint64_t>(v) << 32) | static_cast<DWORD>(i));
         }
         values.clear();
         values.shrink_to_fit();
@@ -590,9 +628,11 @@ void CIXFile::Invert(bool (*progress)(int, int), CFile* target) {
             std::int64_t k = std::min<std::int64_t>(kPiece, entries - base);
             std::memset(piece.get(), fill, static_cast<std::size_t>(k * size));
             // Pairs of one value come in rising position order: the last one wins.
-            for (; next < pairs.size() && static_cast<std::int64_t>(pairs[next] >> 32) < base + k; ++next)
-                Encode(piece.get() + ((pairs[next] >> 32) - static_cast<std::uint64_t>(base)) * size,
-                       static_cast<int>(static_cast<DWORD>(pairs[next])), size);
+            for (; next < pairs.size() && static_cast<std::int64_t>(pairs[next] >> 32) < base + k;
+                 ++next)
+                Encode(
+                    piece.get() + ((pairs[next] >> 32) - static_cast<std::uint64_t>(base)) * size,
+                    static_cast<int>(static_cast<DWORD>(pairs[next])), size);
             out->Write(piece.get(), static_cast<UINT>(k * size));
         }
     }

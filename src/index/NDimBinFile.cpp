@@ -89,7 +89,8 @@ unsigned char* CNDimBinFile::ReadTopImage(int& length) {
     // Not safe mode: the disk holds the data only, the table comes from memory.
     DWORD dataEnd = m_pAddresses[m_nRecordCount];
     DWORD tableBytes = 4 * static_cast<DWORD>(m_nRecordCount + 1);
-    auto* block = static_cast<unsigned char*>(GrabBlock(static_cast<std::size_t>(dataEnd) + tableBytes + 1));
+    auto* block =
+        static_cast<unsigned char*>(GrabBlock(static_cast<std::size_t>(dataEnd) + tableBytes + 1));
     if (!block) throw CMemoryException();
     CBlock hold = HoldC(block);
     Seek(0, begin);
@@ -99,7 +100,8 @@ unsigned char* CNDimBinFile::ReadTopImage(int& length) {
     return hold.release();
 }
 
-bool CNDimBinFile::ReadFile(int dim, int* indices, unsigned char*& buffer, int& length, bool create) {
+bool CNDimBinFile::ReadFile(int dim, int* indices, unsigned char*& buffer, int& length,
+                            bool create) {
     buffer = nullptr;
     length = 0;
     int size = 0, address = 0;
@@ -131,7 +133,8 @@ void CNDimBinFile::WriteFile(int dim, int* indices, unsigned char* data, int len
     for (int i = dim - 1; i >= 1; --i) {
         unsigned char* block = nullptr;
         int blockLength = 0;
-        if (ReadFile(i, indices, block, blockLength, false)) image.Attach(block, static_cast<DWORD>(blockLength), 0);
+        if (ReadFile(i, indices, block, blockLength, false))
+            image.Attach(block, static_cast<DWORD>(blockLength), 0);
         image.CBinFile::Modify(indices[i], p, length);
         length = static_cast<int>(image.GetLength());
         owned.reset(image.Detach());
@@ -144,7 +147,8 @@ void CNDimBinFile::ChangeFile(int dim, int* indices, const std::function<void(CB
     CMemBinFile image(0);
     unsigned char* block = nullptr;
     int blockLength = 0;
-    if (ReadFile(dim, indices, block, blockLength, false)) image.Attach(block, static_cast<DWORD>(blockLength), 0);
+    if (ReadFile(dim, indices, block, blockLength, false))
+        image.Attach(block, static_cast<DWORD>(blockLength), 0);
     change(image);
     int imageLength = static_cast<int>(image.GetLength());
     CBlock rebuilt = HoldC(image.Detach());
@@ -157,7 +161,8 @@ void CNDimBinFile::Insert(int dim, int* indices, unsigned char* data, int length
         CBinFile::Insert(indices[0], data, length);
         return;
     }
-    ChangeFile(dim - 1, indices, [&](CBinFile& file) { file.CBinFile::Insert(indices[dim - 1], data, length); });
+    ChangeFile(dim - 1, indices,
+               [&](CBinFile& file) { file.CBinFile::Insert(indices[dim - 1], data, length); });
 }
 
 void CNDimBinFile::Modify(int dim, int* indices, unsigned char* data, int length) {
@@ -166,7 +171,8 @@ void CNDimBinFile::Modify(int dim, int* indices, unsigned char* data, int length
         CBinFile::Modify(indices[0], data, length);
         return;
     }
-    ChangeFile(dim - 1, indices, [&](CBinFile& file) { file.CBinFile::Modify(indices[dim - 1], data, length); });
+    ChangeFile(dim - 1, indices,
+               [&](CBinFile& file) { file.CBinFile::Modify(indices[dim - 1], data, length); });
 }
 
 void CNDimBinFile::Delete(int dim, int* indices, int first, int last) {

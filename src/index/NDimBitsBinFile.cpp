@@ -27,7 +27,8 @@ void CNDimBitsBinFile::Modify(int dim, int* indices, unsigned char* data, int le
     CNDimBinFile::Modify(dim, indices, packed.get(), n);
 }
 
-void CNDimBitsBinFile::GetRecord(int dim, int* indices, unsigned char*& buffer, int& length, int limit) {
+void CNDimBitsBinFile::GetRecord(int dim, int* indices, unsigned char*& buffer, int& length,
+                                 int limit) {
     CNDimBinFile::GetRecord(dim, indices, buffer, length);
     if (length != 0) {
         CBitArray::Decompress(buffer, length, limit);
@@ -46,8 +47,8 @@ void CNDimBitsBinFile::GetRecord(int dim, int* indices, CBitArray& bits, int lim
     if (length <= 0) DropBlock(buffer);
 }
 
-void CNDimBitsBinFile::GetRecords(int dim, int* indices, int count, int* records, CBitArray& result, bool unite,
-                                  int limit) {
+void CNDimBitsBinFile::GetRecords(int dim, int* indices, int count, int* records, CBitArray& result,
+                                  bool unite, int limit) {
     if (dim < 0) return;
     std::vector<int> path(indices, indices + dim);
     path.push_back(0);
@@ -57,8 +58,8 @@ void CNDimBitsBinFile::GetRecords(int dim, int* indices, int count, int* records
     });
 }
 
-void CNDimBitsBinFile::GetRecords(int dim, int* indices, CBitArray& selection, CBitArray& result, bool unite,
-                                  int limit) {
+void CNDimBitsBinFile::GetRecords(int dim, int* indices, CBitArray& selection, CBitArray& result,
+                                  bool unite, int limit) {
     int* list = nullptr;
     int n = selection.Bmp2Array(list);
     std::unique_ptr<int[]> guard(n > 0 ? list : nullptr);

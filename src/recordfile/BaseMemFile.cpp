@@ -9,9 +9,12 @@ UINT GrowOrDefault(UINT growBytes) { return growBytes ? growBytes : 1024; }
 
 CBaseMemFile::CBaseMemFile(UINT growBytes) : CMemFile(GrowOrDefault(growBytes)) {}
 
-CBaseMemFile::CBaseMemFile(const char* path, UINT growBytes) : CMemFile(growBytes) { LoadFromFile(path, growBytes); }
+CBaseMemFile::CBaseMemFile(const char* path, UINT growBytes) : CMemFile(growBytes) {
+    LoadFromFile(path, growBytes);
+}
 
-CBaseMemFile::CBaseMemFile(BYTE* buffer, UINT size, UINT growBytes) : CMemFile(GrowOrDefault(growBytes)) {
+CBaseMemFile::CBaseMemFile(BYTE* buffer, UINT size, UINT growBytes)
+    : CMemFile(GrowOrDefault(growBytes)) {
     m_lpBuffer = buffer;
     m_nBufferSize = m_nFileSize = buffer ? size : 0;
     m_bAutoDelete = 1;

@@ -162,12 +162,14 @@ bool CBinFile::IsValidBinFile(const char* path) {
 }
 
 void CBinFile::RequireTable() {
-    if (!m_pAddresses && !LoadAddresses()) throw CFileException(CFileException::invalidFile, -1, m_strFileName);
+    if (!m_pAddresses && !LoadAddresses())
+        throw CFileException(CFileException::invalidFile, -1, m_strFileName);
     if (m_bTableChecked) return;
     // Changes trust the entries to rise; a corrupt table is refused before a change
     // could spread it over the data. Once checked, the changes keep it so.
     for (int i = 0; i < m_nRecordCount; ++i) {
-        if (m_pAddresses[i + 1] < m_pAddresses[i]) throw CFileException(CFileException::invalidFile, -1, m_strFileName);
+        if (m_pAddresses[i + 1] < m_pAddresses[i])
+            throw CFileException(CFileException::invalidFile, -1, m_strFileName);
     }
     m_bTableChecked = true;
 }
@@ -188,7 +190,8 @@ void CBinFile::Init(int count) {
 
 void CBinFile::EnsureAddressRoom(int lastEntry, DWORD spare) {
     // Entries 0 .. lastEntry must fit; a file stays below 2 GiB, and so does its table.
-    if (lastEntry < 0 || lastEntry > 0x1FFFFFFE - static_cast<int>(spare / 4)) throw CMemoryException();
+    if (lastEntry < 0 || lastEntry > 0x1FFFFFFE - static_cast<int>(spare / 4))
+        throw CMemoryException();
     DWORD needed = static_cast<DWORD>(lastEntry) * 4 + 4;
     if (needed <= m_nAddressBytes) return;
     DWORD bytes = static_cast<DWORD>(lastEntry) * 4 + spare;

@@ -10,9 +10,9 @@
 #include "dorvik/BitArray.h"
 
 namespace {
-constexpr int kMoveChunk = 8 << 20;          // a move never holds more than this at once
-constexpr DWORD kTableSpare = 102400;        // growth step of the table, in bytes
-constexpr DWORD kCopyPiece = 0x400000;       // Modify from a file copies 4 MiB at a time
+constexpr int kMoveChunk = 8 << 20;     // a move never holds more than this at once
+constexpr DWORD kTableSpare = 102400;   // growth step of the table, in bytes
+constexpr DWORD kCopyPiece = 0x400000;  // Modify from a file copies 4 MiB at a time
 const char kNoMemoryText[] = "Can't move file data.\r\nNot enough memory!";
 }  // namespace
 
@@ -55,7 +55,9 @@ void CBinFile::MoveFileAddresses(int from, int to, int delta, int dest) {
     RequireTable();
     int last = dest + to - from;
     EnsureAddressRoom(last, kTableSpare + 4);
-    if (to >= from) std::memmove(m_pAddresses + dest, m_pAddresses + from, static_cast<std::size_t>(to - from + 1) * 4);
+    if (to >= from)
+        std::memmove(m_pAddresses + dest, m_pAddresses + from,
+                     static_cast<std::size_t>(to - from + 1) * 4);
     if (delta != 0) {
         for (int i = dest; i <= last; ++i) m_pAddresses[i] += static_cast<DWORD>(delta);
     }
@@ -68,7 +70,8 @@ void CBinFile::Insert(int after, unsigned char* data, int length) {
     if (pos > m_nRecordCount) Init(pos + 1);
     int at = static_cast<int>(m_pAddresses[pos]);
     // In not safe mode nothing lies behind the data end: an append moves nothing.
-    if (m_bSafeMode || pos < m_nRecordCount) MoveOrThrow(at, at + length, static_cast<int>(CFile::GetLength()) - at);
+    if (m_bSafeMode || pos < m_nRecordCount)
+        MoveOrThrow(at, at + length, static_cast<int>(CFile::GetLength()) - at);
     if (length != 0 && data) {
         Seek(at, begin);
         Write(data, static_cast<UINT>(length));
@@ -136,7 +139,9 @@ void CBinFile::DeleteAll() {
     LoadAddresses();
 }
 
-void CBinFile::Add(unsigned char* data, int length) { CBinFile::Insert(GetRecordCount() - 1, data, length); }
+void CBinFile::Add(unsigned char* data, int length) {
+    CBinFile::Insert(GetRecordCount() - 1, data, length);
+}
 
 int CBinFile::Insert(int after, const char* path) {
     CBinFile source(path, modeRead);
@@ -152,14 +157,16 @@ int CBinFile::Insert(int after, CBinFile* source) {
     source->GetAddresses(0, n, entries, entryBytes, true);
     std::unique_ptr<DWORD, decltype(&DropBlock)> entriesGuard(entries, &DropBlock);
     for (int i = 0; i < n; ++i) {
-        if (!entries || entries[i + 1] < entries[i]) throw CFileException(CFileException::invalidFile, -1, source->m_strFileName);
+        if (!entries || entries[i + 1] < entries[i])
+            throw CFileException(CFileException::invalidFile, -1, source->m_strFileName);
     }
     DWORD total = entries[n] - entries[0];
     unsigned char* block = nullptr;
     int blockLength = 0;
     source->GetRecords(0, n - 1, block, blockLength, true);
     std::unique_ptr<unsigned char, decltype(&DropBlock)> blockGuard(block, &DropBlock);
-    if (static_cast<DWORD>(blockLength) != total) throw CFileException(CFileException::invalidFile, -1, source->m_strFileName);
+    if (static_cast<DWORD>(blockLength) != total)
+        throw CFileException(CFileException::invalidFile, -1, source->m_strFileName);
 
     RequireTable();
     int pos = after < -1 ? 0 : after + 1;
@@ -174,7 +181,8 @@ int CBinFile::Insert(int after, CBinFile* source) {
     }
     MoveFileAddresses(pos, m_nRecordCount, blockLength, pos + n);
     m_nRecordCount += n;
-    for (int i = 0; i < n; ++i) m_pAddresses[pos + i] = static_cast<DWORD>(at) + (entries[i] - entries[0]);
+    for (int i = 0; i < n; ++i)
+        m_pAddresses[pos + i] = static_cast<DWORD>(at) + (entries[i] - entries[0]);
     if (m_bSafeMode) {
         SetLength(CFile::GetLength() + 4 * static_cast<DWORD>(n));
         UpdateAddresses(pos);
@@ -208,13 +216,15 @@ void CBinFile::Modify(int index, CBaseMemFile* source) {
 int CBinFile::Find(int after, const unsigned char* data, int length) {
     if (length <= 0 || !data) return -1;
     // Reading length + 1 bytes tells a longer record from an equal one.
-    std::unique_ptr<unsigned char[]> scratch(new unsigned char[static_cast<std::size_t>(length) + 1]);
+    std::unique_ptr<unsigned char[]> scratch(
+        new unsigned char[static_cast<std::size_t>(length) + 1]);
     int count = GetRecordCount();
     for (int i = after < -1 ? 0 : after + 1; i < count; ++i) {
         unsigned char* buffer = scratch.get();
         int got = length + 1;
         GetRecord(i, buffer, got, false);
-        if (got == length && std::memcmp(buffer, data, static_cast<std::size_t>(length)) == 0) return i;
+        if (got == length && std::memcmp(buffer, data, static_cast<std::size_t>(length)) == 0)
+            return i;
     }
     return -1;
 }
@@ -232,7 +242,8 @@ int CBinFile::DeleteEmpty() {
     for (int i = 0; i < GetRecordCount(); ++i) {
         if (m_pAddresses[i] != m_pAddresses[i + 1]) continue;
         int run = 1;
-        while (i + run < m_nRecordCount && m_pAddresses[i + run] == m_pAddresses[i + run + 1]) ++run;
+        while (i + run < m_nRecordCount && m_pAddresses[i + run] == m_pAddresses[i + run + 1])
+            ++run;
         Delete(i, i + run - 1);
         deleted += run;
     }

@@ -14,7 +14,8 @@ CMemTwin<F>::CMemTwin(const char* path, UINT growBytes) : CBaseMemFile(path, gro
 }
 
 template <class F>
-CMemTwin<F>::CMemTwin(BYTE* buffer, UINT size, UINT growBytes) : CBaseMemFile(buffer, size, growBytes), F() {
+CMemTwin<F>::CMemTwin(BYTE* buffer, UINT size, UINT growBytes)
+    : CBaseMemFile(buffer, size, growBytes), F() {
     this->LoadAddresses();
 }
 

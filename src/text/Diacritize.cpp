@@ -15,10 +15,10 @@
 #include "dorvik/StringToken.h"
 #include "dorvik/TextBinFile.h"
 
-const char DiacritizeDelimiters[37] = {
-    ' ',    '\t', '!',  '@',  '#',  '%',  '^',    '&',    '-',    '=',    '(',  ')',  '[',
-    ']',    '{',  '}',  '\xA1', '\xBA', ';', ':', '"',    ',',    '.',    '<',  '>',  '/',
-    '`',    '\'', '\r', '\n', '|',  '$',  '?',    '\xBF', '+',    '*',    '\0'};
+const char DiacritizeDelimiters[37] = {' ', '\t', '!', '@',    '#', '%', '^',    '&',    '-',  '=',
+                                       '(', ')',  '[', ']',    '{', '}', '\xA1', '\xBA', ';',  ':',
+                                       '"', ',',  '.', '<',    '>', '/', '`',    '\'',   '\r', '\n',
+                                       '|', '$',  '?', '\xBF', '+', '*', '\0'};
 
 namespace {
 // The chosen form of `word` among the records of `hits`, by `frequency(i)`; false when
@@ -73,8 +73,9 @@ public:
             CMemNDimBitsBinFile::GetRecord(dim, indices, bits, limit);
             return;
         }
-        std::uint64_t key = (static_cast<std::uint64_t>(static_cast<std::uint32_t>(indices[0])) << 32) |
-                            static_cast<std::uint32_t>(indices[1]);
+        std::uint64_t key =
+            (static_cast<std::uint64_t>(static_cast<std::uint32_t>(indices[0])) << 32) |
+            static_cast<std::uint32_t>(indices[1]);
         auto at = m_cells.find(key);
         if (at == m_cells.end()) {
             unsigned char* block = nullptr;
@@ -110,32 +111,39 @@ std::vector<std::int32_t> LoadFrequencies(const char* path) {
 }  // namespace
 
 // The look-up for one word on open files, as the plain algorithm does it.
-bool DiacritizeToken(CString& word, CTextBinFile* dictionary, CNDimBitsBinFile* index, CIXFile* frequencies) {
-    return Lookup(word, *dictionary, *index, [frequencies](int i) { return frequencies->GetRecord(i); });
+bool DiacritizeToken(CString& word, CTextBinFile* dictionary, CNDimBitsBinFile* index,
+                     CIXFile* frequencies) {
+    return Lookup(word, *dictionary, *index,
+                  [frequencies](int i) { return frequencies->GetRecord(i); });
 }
 
-bool DiacritizeWord(CString& word, const char* dictionaryPath, const char* indexPath, const char* frequencyPath) {
+bool DiacritizeWord(CString& word, const char* dictionaryPath, const char* indexPath,
+                    const char* frequencyPath) {
     CTextBinFile dictionary(dictionaryPath, CFile::shareDenyNone);
     CNDimBitsBinFile index(indexPath, CFile::shareDenyNone);
     CIXFile frequencies(frequencyPath, CFile::shareDenyNone, 4);
     return DiacritizeToken(word, &dictionary, &index, &frequencies);
 }
 
-void DiacritizeBuffer(char* buffer, CString& result, const char* dictionaryPath, const char* indexPath,
-                      const char* frequencyPath) {
+void DiacritizeBuffer(char* buffer, CString& result, const char* dictionaryPath,
+                      const char* indexPath, const char* frequencyPath) {
     CTextBinFile dictionary(dictionaryPath, CFile::shareDenyNone);
     CFileStatus status;
-    if (!CFile::GetStatus(indexPath, status)) throw CFileException(CFileException::fileNotFound, 2, indexPath);
+    if (!CFile::GetStatus(indexPath, status))
+        throw CFileException(CFileException::fileNotFound, 2, indexPath);
     CachedIndex index(indexPath);
     std::vector<std::int32_t> frequencies = LoadFrequencies(frequencyPath);
     auto frequency = [&frequencies](int i) {
-        return (i >= 0 && static_cast<std::size_t>(i) < frequencies.size()) ? frequencies[static_cast<std::size_t>(i)] : -1;
+        return (i >= 0 && static_cast<std::size_t>(i) < frequencies.size())
+                   ? frequencies[static_cast<std::size_t>(i)]
+                   : -1;
     };
     std::unordered_map<std::string, std::string> seen;
     CStringToken token;
     token.m_bDelimiters = true;
     if (!buffer) return;
-    for (char* t = token.GetFirst(buffer, DiacritizeDelimiters); t; t = token.GetNext(DiacritizeDelimiters)) {
+    for (char* t = token.GetFirst(buffer, DiacritizeDelimiters); t;
+         t = token.GetNext(DiacritizeDelimiters)) {
         if (CStringToken::IsDelimiter(*t, DiacritizeDelimiters)) {
             result += t;
             continue;

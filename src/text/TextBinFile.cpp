@@ -12,10 +12,10 @@
 #include "dorvik/BitArray.h"
 
 namespace {
-constexpr int kDataGrowth = 102400;     // growth step of the data block in sort-tree mode
-constexpr int kAddressGrowth = 10240;   // growth step of the offset block (2560 entries)
-constexpr int kFirstBlock = 1024;       // both blocks of a new, empty file
-constexpr int kIndexGrowCount = 1000;   // what FreeSortTree leaves on the index file
+constexpr int kDataGrowth = 102400;    // growth step of the data block in sort-tree mode
+constexpr int kAddressGrowth = 10240;  // growth step of the offset block (2560 entries)
+constexpr int kFirstBlock = 1024;      // both blocks of a new, empty file
+constexpr int kIndexGrowCount = 1000;  // what FreeSortTree leaves on the index file
 
 struct BlockDropper {
     void operator()(void* block) const { DropBlock(block); }
@@ -36,11 +36,13 @@ std::vector<int> ReadIndexEntries(CIXFile& index) {
     const int count = index.GetRecordCount();
     std::vector<int> entries(static_cast<std::size_t>(count));
     if (count == 0) return entries;
-    std::vector<unsigned char> raw(static_cast<std::size_t>(count) * static_cast<std::size_t>(size));
+    std::vector<unsigned char> raw(static_cast<std::size_t>(count) *
+                                   static_cast<std::size_t>(size));
     index.Seek(0, CFile::begin);
     index.Read(raw.data(), static_cast<UINT>(raw.size()));
     const std::size_t step = static_cast<std::size_t>(size);
-    for (std::size_t i = 0; i < entries.size(); ++i) entries[i] = DecodeIndexRecord(raw.data() + i * step, size);
+    for (std::size_t i = 0; i < entries.size(); ++i)
+        entries[i] = DecodeIndexRecord(raw.data() + i * step, size);
     return entries;
 }
 
@@ -51,7 +53,8 @@ void WriteIndexEntries(CIXFile& index, const std::vector<int>& entries) {
     std::vector<unsigned char> raw(entries.size() * step);
     for (std::size_t i = 0; i < entries.size(); ++i) {
         DWORD v = static_cast<DWORD>(entries[i]);
-        for (int b = 0; b < size; ++b) raw[i * step + static_cast<std::size_t>(b)] = static_cast<unsigned char>(v >> (8 * b));
+        for (int b = 0; b < size; ++b)
+            raw[i * step + static_cast<std::size_t>(b)] = static_cast<unsigned char>(v >> (8 * b));
     }
     index.Seek(0, CFile::begin);
     index.Write(raw.data(), static_cast<UINT>(raw.size()));
@@ -74,7 +77,9 @@ void ForRunsDescending(const std::vector<int>& rising, F remove) {
 
 CTextBinFile::CTextBinFile() { InitVariables(); }
 
-CTextBinFile::CTextBinFile(const char* path, UINT flags) : CBinFile(path, flags) { InitVariables(); }
+CTextBinFile::CTextBinFile(const char* path, UINT flags) : CBinFile(path, flags) {
+    InitVariables();
+}
 
 CTextBinFile::~CTextBinFile() {
     if (m_bSortTree) {
@@ -251,7 +256,8 @@ bool CTextBinFile::Add(const char* text, int length, int& record, bool sorted, b
 
     // One scratch buffer for all probes; length + 1 bytes tell a longer word from an
     // equal one without reading the rest of it.
-    std::unique_ptr<unsigned char[]> scratch(new (std::nothrow) unsigned char[static_cast<std::size_t>(length) + 2]);
+    std::unique_ptr<unsigned char[]> scratch(
+        new (std::nothrow) unsigned char[static_cast<std::size_t>(length) + 2]);
     if (!scratch) throw CMemoryException();
     const int indexCount = IndexCount(n);
     const int stored = StoredCount();
@@ -273,8 +279,10 @@ bool CTextBinFile::Add(const char* text, int length, int& record, bool sorted, b
             if (c == 0 && got != length) c = got > length ? -1 : 1;
         }
         if (c == 0) break;
-        if (c < 0) high = probe - 1;
-        else low = probe + 1;
+        if (c < 0)
+            high = probe - 1;
+        else
+            low = probe + 1;
     }
     if (c == 0 && !duplicates) {
         record = GetSerialRecord(probe);
@@ -295,9 +303,12 @@ int CTextBinFile::InsertInView(int serial, unsigned char* data, int length) {
     int count = GetRecordCount();
     int positions = m_pIndexFile ? m_pIndexFile->GetRecordCount() : CBinFile::GetRecordCount();
     int p;
-    if (serial < 0) p = -1;
-    else if (serial >= count) p = positions - 1;
-    else p = m_pFilter ? m_pFilter->GetIndexBit(serial) : serial;
+    if (serial < 0)
+        p = -1;
+    else if (serial >= count)
+        p = positions - 1;
+    else
+        p = m_pFilter ? m_pFilter->GetIndexBit(serial) : serial;
     // The record first: a failure there leaves index file and filter as they were.
     if (m_pIndexFile) {
         int c = CBinFile::GetRecordCount();
@@ -388,7 +399,9 @@ void CTextBinFile::DeleteInView(int first, int last) {
                 dropped.push_back(static_cast<int>(i));
                 continue;
             }
-            if (r >= 0) r -= static_cast<int>(std::lower_bound(records.begin(), records.end(), r) - records.begin());
+            if (r >= 0)
+                r -= static_cast<int>(std::lower_bound(records.begin(), records.end(), r) -
+                                      records.begin());
             kept.push_back(r);
         }
         // Filter positions past the index file's end go too.
@@ -447,7 +460,8 @@ void CTextBinFile::FreeFileMem() {
     m_nFileAddressesSize = m_nFileAddressesCapacity = 0;
 }
 
-void CTextBinFile::InitSortTree(bool ascending, bool unique, char* /*reserved*/, bool (*progress)(int, int)) {
+void CTextBinFile::InitSortTree(bool ascending, bool unique, char* /*reserved*/,
+                                bool (*progress)(int, int)) {
     if (m_bSortTree) return;
     InitFileMem();
     try {
@@ -487,7 +501,8 @@ bool CTextBinFile::AddToTree(const char* text, int length, int& record) {
     if (length > INT_MAX - kDataGrowth - m_nFileDataSize) throw CMemoryException();
     if (m_nFileDataSize + length >= m_nFileDataCapacity) {
         int capacity = m_nFileDataSize + length + kDataGrowth;
-        m_pFileData = static_cast<char*>(RegrowBlock(m_pFileData, static_cast<std::size_t>(capacity)));
+        m_pFileData =
+            static_cast<char*>(RegrowBlock(m_pFileData, static_cast<std::size_t>(capacity)));
         m_nFileDataCapacity = capacity;
     }
     // The offset block grows before the tree sees the key: once the tree holds a key,
@@ -495,12 +510,14 @@ bool CTextBinFile::AddToTree(const char* text, int length, int& record) {
     if (m_nFileAddressesSize + 4 >= m_nFileAddressesCapacity) {
         if (m_nFileAddressesSize > INT_MAX - kAddressGrowth) throw CMemoryException();
         int capacity = m_nFileAddressesSize + kAddressGrowth;
-        m_pFileAddresses = static_cast<DWORD*>(RegrowBlock(m_pFileAddresses, static_cast<std::size_t>(capacity)));
+        m_pFileAddresses =
+            static_cast<DWORD*>(RegrowBlock(m_pFileAddresses, static_cast<std::size_t>(capacity)));
         m_nFileAddressesCapacity = capacity;
     }
     // The bytes go behind the data without moving its end: a refused word is
     // overwritten by the next one.
-    if (length > 0) std::memcpy(m_pFileData + m_nFileDataSize, text, static_cast<std::size_t>(length));
+    if (length > 0)
+        std::memcpy(m_pFileData + m_nFileDataSize, text, static_cast<std::size_t>(length));
     auto* node = m_SortTree.Insert(CBufferRef(&m_pFileData, m_nFileDataSize, length), next);
     record = node->m_nID;
     if (node->m_nOccurrences != 1) return false;

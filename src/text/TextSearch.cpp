@@ -13,7 +13,8 @@ public:
     CTextMatcher(const char* text, const char* ignore, bool wholeWord, bool anchored, bool exact)
         : m_bWholeWord(wholeWord), m_bAnchored(anchored), m_bExact(exact) {
         if (ignore) {
-            for (const unsigned char* p = reinterpret_cast<const unsigned char*>(ignore); *p; ++p) m_Ignore[*p] = true;
+            for (const unsigned char* p = reinterpret_cast<const unsigned char*>(ignore); *p; ++p)
+                m_Ignore[*p] = true;
         }
         Strip(text, m_Text);
     }
@@ -73,8 +74,9 @@ private:
 };
 }  // namespace
 
-int CTextBinFile::Find(int start, const char* text, const char* ignore, bool backward, bool wholeWord, bool anchored,
-                       bool wrap, bool binary, bool exact, int (*accept)(int)) {
+int CTextBinFile::Find(int start, const char* text, const char* ignore, bool backward,
+                       bool wholeWord, bool anchored, bool wrap, bool binary, bool exact,
+                       int (*accept)(int)) {
     if (!text) return -1;
     CTextMatcher matcher(text, ignore, wholeWord, anchored, exact);
     // An empty text stands everywhere and between no blanks: nothing to find.
@@ -121,12 +123,16 @@ int CTextBinFile::Find(int start, const char* text, const char* ignore, bool bac
         while (a < b) {
             if (!backward) {
                 int m = a + (b - a) / 2;
-                if (matcher.Compare(read(m)) >= 0) b = m;
-                else a = m + 1;
+                if (matcher.Compare(read(m)) >= 0)
+                    b = m;
+                else
+                    a = m + 1;
             } else {
                 int m = b - (b - a) / 2;
-                if (matcher.Compare(read(m)) <= 0) a = m;
-                else b = m - 1;
+                if (matcher.Compare(read(m)) <= 0)
+                    a = m;
+                else
+                    b = m - 1;
             }
         }
         int s = backward ? a : b;

@@ -13,7 +13,8 @@
 #include "dorvik/NDimBitsBinFile.h"
 #include "dorvik/TextBinFile.h"
 
-const char DiacriticMarks[9] = {'\xF3', '\xF0', '\xF5', '\xF1', '\xF6', '\xF2', '\xF8', '\xFA', '\0'};
+const char DiacriticMarks[9] = {'\xF3', '\xF0', '\xF5', '\xF1', '\xF6',
+                                '\xF2', '\xF8', '\xFA', '\0'};
 
 namespace {
 constexpr int kMaxLevel = 1024;
@@ -28,7 +29,8 @@ bool IsIn(const char* set, unsigned char byte) {
 class CellLists {
 public:
     void Add(int level, int key, DWORD record) {
-        if (level >= static_cast<int>(m_levels.size())) m_levels.resize(static_cast<std::size_t>(level) + 1);
+        if (level >= static_cast<int>(m_levels.size()))
+            m_levels.resize(static_cast<std::size_t>(level) + 1);
         auto& cells = m_levels[static_cast<std::size_t>(level)];
         if (key >= static_cast<int>(cells.size())) cells.resize(static_cast<std::size_t>(key) + 1);
         cells[static_cast<std::size_t>(key)].push_back(record);
@@ -50,7 +52,8 @@ public:
                 CBitArray::Compress(plain.data(), length, packed, packedLength);
                 std::memset(plain.data(), 0, static_cast<std::size_t>(length));
                 std::vector<DWORD>().swap(list);
-                CBitArray* element = collection.GetAt(static_cast<int>(level))->GetAt(static_cast<int>(key));
+                CBitArray* element =
+                    collection.GetAt(static_cast<int>(level))->GetAt(static_cast<int>(key));
                 element->SetCompressed(true);
                 element->Attach(packed, packedLength);
             }
@@ -78,7 +81,8 @@ void Narrow(CBitArray& words, const CBitArray& cell) {
 }
 }  // namespace
 
-void CTextBinFile::IndexForWildCards(CBinFile* file, const char* marks, bool (*progress)(int, int)) {
+void CTextBinFile::IndexForWildCards(CBinFile* file, const char* marks,
+                                     bool (*progress)(int, int)) {
     CellLists cells;
     int n = CBinFile::GetRecordCount();
     CString text;
@@ -87,7 +91,9 @@ void CTextBinFile::IndexForWildCards(CBinFile* file, const char* marks, bool (*p
         GetString(i, text, false);
         if (text.IsEmpty()) continue;
         int letters = 0, marksSince = 0;
-        for (const unsigned char* p = reinterpret_cast<const unsigned char*>(static_cast<const char*>(text)); *p; ++p) {
+        for (const unsigned char* p =
+                 reinterpret_cast<const unsigned char*>(static_cast<const char*>(text));
+             *p; ++p) {
             bool mark = IsIn(marks, *p);
             int level = mark ? 2 * letters + marksSince : letters;
             if (level > kMaxLevel) continue;  // too deep: skipped, the counters stay
@@ -106,24 +112,26 @@ void CTextBinFile::IndexForWildCards(CBinFile* file, const char* marks, bool (*p
     collection.Save(file, opOr, true, false, progress);
 }
 
-void CTextBinFile::IndexForWildCards(const char* path, const char* marks, bool (*progress)(int, int)) {
+void CTextBinFile::IndexForWildCards(const char* path, const char* marks,
+                                     bool (*progress)(int, int)) {
     CBinFile file(path, CFile::modeCreate | CFile::modeReadWrite);
     IndexForWildCards(&file, marks, progress);
 }
 
-int CTextBinFile::Find(CNDimBitsBinFile* index, const char* pattern, Operation op, const char* marks,
-                       bool ignoreCase, CBitArray& result) {
+int CTextBinFile::Find(CNDimBitsBinFile* index, const char* pattern, Operation op,
+                       const char* marks, bool ignoreCase, CBitArray& result) {
     return FindTokenForWildCards(index, pattern, op, marks, ignoreCase, 0, result);
 }
 
-int CTextBinFile::Find(const char* path, const char* pattern, Operation op, const char* marks, bool ignoreCase,
-                       CBitArray& result) {
+int CTextBinFile::Find(const char* path, const char* pattern, Operation op, const char* marks,
+                       bool ignoreCase, CBitArray& result) {
     CNDimBitsBinFile index(path, CFile::shareDenyNone);
     return Find(&index, pattern, op, marks, ignoreCase, result);
 }
 
 int CTextBinFile::FindTokenForWildCards(CNDimBitsBinFile* index, const char* pattern, Operation op,
-                                        const char* marks, bool ignoreCase, int startLevel, CBitArray& result) {
+                                        const char* marks, bool ignoreCase, int startLevel,
+                                        CBitArray& result) {
     if (!pattern) {
         GetRecordsBitmap(result);
         if (op == opEqual) result.Invert(GetRecordCount());
@@ -158,8 +166,9 @@ int CTextBinFile::FindTokenForWildCards(CNDimBitsBinFile* index, const char* pat
             if (*q == '*') {
                 checkLength = false;
                 if (OnlyStars(q)) break;  // a trailing star: any ending
-                lastLevel = true;          // an inner star tries the first level only
-                if (FindTokenForWildCards(index, reinterpret_cast<const char*>(q), op, marks, ignoreCase, p, cell) == -1) {
+                lastLevel = true;         // an inner star tries the first level only
+                if (FindTokenForWildCards(index, reinterpret_cast<const char*>(q), op, marks,
+                                          ignoreCase, p, cell) == -1) {
                     words.FreeBuffer();
                 } else {
                     Narrow(words, cell);
@@ -183,7 +192,8 @@ int CTextBinFile::FindTokenForWildCards(CNDimBitsBinFile* index, const char* pat
                 keyCount = 2;
             }
             int path[] = {levelKey};
-            index->GetRecords(1, path, keyCount, keys, cell, true, words.GetLength() ? words.GetLength() : -1);
+            index->GetRecords(1, path, keyCount, keys, cell, true,
+                              words.GetLength() ? words.GetLength() : -1);
             Narrow(words, cell);
             if (words.GetLength() == 0) {
                 checkLength = false;
@@ -198,6 +208,7 @@ int CTextBinFile::FindTokenForWildCards(CNDimBitsBinFile* index, const char* pat
         if (words.GetLength() != 0) result |= words;
         if (lastLevel) break;
     }
-    if (startLevel == 0 && (op & (opEqual | opNot)) == (opEqual | opNot)) result.Invert(GetRecordCount());
+    if (startLevel == 0 && (op & (opEqual | opNot)) == (opEqual | opNot))
+        result.Invert(GetRecordCount());
     return result.IsEmpty() ? -1 : 1;
 }

@@ -6,8 +6,8 @@
 
 int main(int argc, char** argv) {
     std::string dir = argc > 1 ? argv[1] : ".";
-    std::string records = dir + "/consumer.bin", words = dir + "/words.bin", index = dir + "/words.idx",
-                counts = dir + "/words.frq";
+    std::string records = dir + "/consumer.bin", words = dir + "/words.bin",
+                index = dir + "/words.idx", counts = dir + "/words.frq";
     bool ok = true;
     try {
         {
@@ -18,7 +18,8 @@ int main(int argc, char** argv) {
         CBinFile file(records.c_str(), CFile::modeRead);
         CDWordArray numbers;
         file.GetRecord(0, numbers);
-        ok = ok && file.IsValidBinFile() && file.GetRecordCount() == 1 && file.GetRecordLength(0) == 2;
+        ok = ok && file.IsValidBinFile() && file.GetRecordCount() == 1 &&
+             file.GetRecordLength(0) == 2;
 
         CMemBitsBinFile bits;
         bits.SetAt(0, 12);
