@@ -76,8 +76,8 @@ private:
     bool ReadFile(int dim, int* indices, unsigned char*& buffer, int& length, bool create);
     void WriteFile(int dim, int* indices, unsigned char* data, int length);
     // One step of the walk: the range of record `index` inside the image that ends at
-    // `end` and has `size` bytes; -1 in `size` when the image holds no such record.
-    bool Step(int index, DWORD& end, DWORD& size);
+    // `imageEnd` and has `size` bytes; -1 in `size` when the image holds no such record.
+    bool Step(int index, DWORD& imageEnd, DWORD& size);
     unsigned char* ReadTopImage(int& length);
     // Reads the file at the path into memory (a new empty file when there is none),
     // applies `change` to it and writes the new image back in its place.

@@ -88,13 +88,13 @@ UINT CMemFile::Read(void* buffer, UINT count) {
 
 void CMemFile::Write(const void* buffer, UINT count) {
     if (count == 0) return;
-    std::uint64_t end = static_cast<std::uint64_t>(m_nPosition) + count;
-    if (end > kMaxMemSize) throw CMemoryException();
-    if (end > m_nBufferSize) GrowFile(static_cast<DWORD>(end));
+    std::uint64_t stop = static_cast<std::uint64_t>(m_nPosition) + count;
+    if (stop > kMaxMemSize) throw CMemoryException();
+    if (stop > m_nBufferSize) GrowFile(static_cast<DWORD>(stop));
     if (m_nPosition > m_nFileSize)
         std::memset(m_lpBuffer + m_nFileSize, 0, m_nPosition - m_nFileSize);
     std::memmove(m_lpBuffer + m_nPosition, buffer, count);
-    m_nPosition = static_cast<DWORD>(end);
+    m_nPosition = static_cast<DWORD>(stop);
     if (m_nPosition > m_nFileSize) m_nFileSize = m_nPosition;
 }
 

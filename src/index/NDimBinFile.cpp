@@ -19,23 +19,23 @@ CNDimBinFile::CNDimBinFile(const char* path, UINT flags) : CBinFile(path, flags)
 
 CNDimBinFile::~CNDimBinFile() = default;
 
-bool CNDimBinFile::Step(int index, DWORD& end, DWORD& size) {
-    // The image under view is the stored range [end - size, end).
+bool CNDimBinFile::Step(int index, DWORD& imageEnd, DWORD& size) {
+    // The image under view is the stored range [imageEnd - size, imageEnd).
     if (size < 4) return false;
-    Seek(static_cast<LONG>(end - 4), begin);
+    Seek(static_cast<LONG>(imageEnd - 4), begin);
     LONG table = -1;
     Read(&table, 4);
     if (table < 0 || static_cast<DWORD>(table) > size - 4) return false;
     DWORD records = (size - static_cast<DWORD>(table)) / 4 - 1;
     if (index < 0 || static_cast<DWORD>(index) >= records) return false;
     DWORD entries[2] = {1, 0};
-    Seek(static_cast<LONG>(end - 4 * (records + 1 - static_cast<DWORD>(index))), begin);
+    Seek(static_cast<LONG>(imageEnd - 4 * (records + 1 - static_cast<DWORD>(index))), begin);
     Read(entries, 8);
     if (entries[0] > entries[1] || entries[1] > static_cast<DWORD>(table)) {
         size = static_cast<DWORD>(-1);  // corrupt: this path leads nowhere
         return false;
     }
-    end -= size - entries[1];
+    imageEnd -= size - entries[1];
     size = entries[1] - entries[0];
     return true;
 }
@@ -54,7 +54,7 @@ bool CNDimBinFile::GetFileInfo(int dim, int* indices, int& length, int& address,
         DWORD first = m_pAddresses[indices[0]];
         DWORD last = m_pAddresses[indices[0] + 1];
         if (first > last || last > m_pAddresses[m_nRecordCount]) return false;
-        DWORD end = last;
+        DWORD imageEnd = last;
         DWORD size = last - first;
         int i = 1;
         bool again = false;
@@ -69,7 +69,7 @@ bool CNDimBinFile::GetFileInfo(int dim, int* indices, int& length, int& address,
                 break;
             }
             if (i == dim) break;
-            if (!Step(indices[i], end, size)) {
+            if (!Step(indices[i], imageEnd, size)) {
                 if (!create || indices[i] < 0 || size == static_cast<DWORD>(-1)) return false;
                 Modify(i + 1, indices, nullptr, 0);  // makes the record exist
                 again = true;
@@ -78,7 +78,7 @@ bool CNDimBinFile::GetFileInfo(int dim, int* indices, int& length, int& address,
             ++i;
         }
         if (again) continue;
-        address = static_cast<int>(end - size);
+        address = static_cast<int>(imageEnd - size);
         length = static_cast<int>(size);
         return true;
     }

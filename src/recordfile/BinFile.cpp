@@ -227,11 +227,11 @@ void CBinFile::GetAddresses(int first, int last, DWORD*& buffer, int& length, bo
 bool CBinFile::RecordSpan(int first, int last, DWORD& start, DWORD& length) const {
     if (!m_pAddresses || first < 0 || first > last || last >= m_nRecordCount) return false;
     start = m_pAddresses[first];
-    DWORD end = m_pAddresses[last + 1];
+    DWORD stop = m_pAddresses[last + 1];
     // A sound table never fails this; a corrupt one must not drive a read or an
     // allocation beyond the data.
-    if (end < start || end > m_pAddresses[m_nRecordCount]) return false;
-    length = end - start;
+    if (stop < start || stop > m_pAddresses[m_nRecordCount]) return false;
+    length = stop - start;
     return true;
 }
 

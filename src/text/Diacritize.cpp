@@ -30,14 +30,14 @@ bool Choose(CString& word, CTextBinFile& dictionary, const CBitArray& hits, Freq
     int length = hits.GetLength();
     for (int i = 0; i < length; i += 8) {
         // Eight bytes at a time: most of a hit set is zero.
-        std::uint64_t word = 0;
+        std::uint64_t hitBits = 0;
         if (length - i >= 8) {
-            std::memcpy(&word, bytes + i, 8);
+            std::memcpy(&hitBits, bytes + i, 8);
         } else {
-            for (int k = length - i - 1; k >= 0; --k) word = (word << 8) | bytes[i + k];
+            for (int k = length - i - 1; k >= 0; --k) hitBits = (hitBits << 8) | bytes[i + k];
         }
-        for (; word; word &= word - 1) {
-            int record = i * 8 + std::countr_zero(word);
+        for (; hitBits; hitBits &= hitBits - 1) {
+            int record = i * 8 + std::countr_zero(hitBits);
             int f = frequency(record);
             if (f > best) {  // greater, not equal: the lowest record wins a tie
                 best = f;
@@ -108,7 +108,6 @@ std::vector<std::int32_t> LoadFrequencies(const char* path) {
     if (!values.empty()) file.Read(values.data(), static_cast<UINT>(values.size() * 4));
     return values;
 }
-}  // namespace
 
 // The look-up for one word on open files, as the plain algorithm does it.
 bool DiacritizeToken(CString& word, CTextBinFile* dictionary, CNDimBitsBinFile* index,
@@ -116,6 +115,7 @@ bool DiacritizeToken(CString& word, CTextBinFile* dictionary, CNDimBitsBinFile* 
     return Lookup(word, *dictionary, *index,
                   [frequencies](int i) { return frequencies->GetRecord(i); });
 }
+}  // namespace
 
 bool DiacritizeWord(CString& word, const char* dictionaryPath, const char* indexPath,
                     const char* frequencyPath) {

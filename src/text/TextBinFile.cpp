@@ -190,9 +190,9 @@ void CTextBinFile::ReadRecordText(int record, CString& text) {
     if (record < 0 || record >= StoredCount()) return;
     if (m_bFileMem) {
         DWORD start = m_pFileAddresses[record];
-        DWORD end = m_pFileAddresses[record + 1];
-        if (!m_pFileData || end <= start || end > static_cast<DWORD>(m_nFileDataSize)) return;
-        int length = static_cast<int>(end - start);
+        DWORD stop = m_pFileAddresses[record + 1];
+        if (!m_pFileData || stop <= start || stop > static_cast<DWORD>(m_nFileDataSize)) return;
+        int length = static_cast<int>(stop - start);
         std::memcpy(text.GetBuffer(length), m_pFileData + start, static_cast<std::size_t>(length));
         text.ReleaseBuffer(length);
     } else {
