@@ -11,6 +11,7 @@
 #include "dorvik/Exceptions.h"
 
 #include "bits/Words.h"
+#include "frame/Block.h"
 
 namespace {
 using dorvik::bits::Bits;
@@ -243,8 +244,7 @@ void CBitArray::Reserve(int length) {
         m_pBuffer =
             static_cast<unsigned char*>(RegrowBlock(m_pBuffer, static_cast<std::size_t>(capacity)));
     } else {
-        m_pBuffer = static_cast<unsigned char*>(GrabBlock(static_cast<std::size_t>(capacity)));
-        if (!m_pBuffer) throw CMemoryException();
+        m_pBuffer = dorvik::GrabOrThrow(static_cast<std::size_t>(capacity)).release();
     }
     m_nCapacity = static_cast<int>(capacity);
 }
@@ -277,8 +277,7 @@ void CBitArray::GrowTo(std::int64_t length) {
 void CBitArray::Init(const unsigned char* buffer, int length) {
     unsigned char* copy = nullptr;
     if (buffer && length > 0) {
-        copy = static_cast<unsigned char*>(GrabBlock(static_cast<std::size_t>(length)));
-        if (!copy) throw CMemoryException();
+        copy = dorvik::GrabOrThrow(static_cast<std::size_t>(length)).release();
         std::memcpy(copy, buffer, static_cast<std::size_t>(length));
     } else {
         length = 0;

@@ -4,8 +4,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "frame/Block.h"
+#include "frame/Coding.h"
+
 namespace {
-constexpr std::uint64_t kMaxMemSize = 0x7FFFFFFF;
+constexpr std::uint64_t kMaxMemSize = dorvik::kMaxFileLength;
 }  // namespace
 
 CMemFile::CMemFile(UINT growBytes) : m_nGrowBytes(growBytes) {}
@@ -57,8 +60,7 @@ void CMemFile::GrowFile(DWORD newLength) {
         grown = static_cast<BYTE*>(RegrowBlock(m_lpBuffer, static_cast<std::size_t>(size)));
     } else {
         // Never reallocate a block that belongs to the caller: move to a block of our own.
-        grown = static_cast<BYTE*>(GrabBlock(static_cast<std::size_t>(size)));
-        if (!grown) throw CMemoryException();
+        grown = dorvik::GrabOrThrow<BYTE>(static_cast<std::size_t>(size)).release();
         std::memcpy(grown, m_lpBuffer, m_nBufferSize);
     }
     m_lpBuffer = grown;

@@ -9,16 +9,13 @@
 
 #include "dorvik/BitArray.h"
 #include "dorvik/Platform.h"
+#include "frame/Block.h"
 
 namespace dorvik {
 
-using Block = std::unique_ptr<unsigned char, decltype(&DropBlock)>;
-
-inline Block Hold(unsigned char* p) { return Block(p, &DropBlock); }
-
 // The compressed form of `length` expanded bytes; null data or only zero bytes give
 // null and 0 (an empty record).
-inline Block CompressBytes(const unsigned char* data, int length, int& compressedLength) {
+inline Block<> CompressBytes(const unsigned char* data, int length, int& compressedLength) {
     unsigned char* out = nullptr;
     compressedLength = 0;
     if (data && length > 0) CBitArray::Compress(data, length, out, compressedLength);
@@ -26,7 +23,7 @@ inline Block CompressBytes(const unsigned char* data, int length, int& compresse
 }
 
 // Grows `block` (which may be null) to hold `bit`; `length` follows. New bytes are 0.
-inline void GrowToBit(Block& block, int& length, int bit) {
+inline void GrowToBit(Block<>& block, int& length, int bit) {
     if (bit / 8 < length) return;
     length = bit / 8 + 1;
     block.reset(static_cast<unsigned char*>(

@@ -7,6 +7,7 @@
 #include <memory>
 #include <vector>
 
+#include "frame/Coding.h"
 #include "index/BitRecord.h"
 
 using dorvik::Block;
@@ -48,8 +49,8 @@ void Append(ColumnList& list, unsigned value, int width) {
         list.bytes = static_cast<unsigned char*>(RegrowBlock(list.bytes, list.capacity + step));
         list.capacity += step;
     }
-    for (int k = 0; k < width; ++k)
-        list.bytes[list.used++] = static_cast<unsigned char>(value >> (8 * k));
+    dorvik::EncodeFixed(list.bytes + list.used, value, width);
+    list.used += static_cast<std::size_t>(width);
 }
 }  // namespace
 
@@ -61,26 +62,25 @@ CBitsBinFile::~CBitsBinFile() = default;
 
 void CBitsBinFile::Insert(int after, unsigned char* data, int length) {
     int n = 0;
-    Block packed = CompressBytes(data, length, n);
+    Block<> packed = CompressBytes(data, length, n);
     CBinFile::Insert(after, packed.get(), n);
 }
 
 void CBitsBinFile::Modify(int index, unsigned char* data, int length) {
     int n = 0;
-    Block packed = CompressBytes(data, length, n);
+    Block<> packed = CompressBytes(data, length, n);
     CBinFile::Modify(index, packed.get(), n);
 }
 
 void CBitsBinFile::Add(unsigned char* data, int length) {
     int n = 0;
-    Block packed = CompressBytes(data, length, n);
+    Block<> packed = CompressBytes(data, length, n);
     CBinFile::Add(packed.get(), n);
 }
 
 void CBitsBinFile::Modify(int index, CFile& source) {
     DWORD n = source.GetLength();
-    Block bytes = Hold(static_cast<unsigned char*>(GrabBlock(n)));
-    if (!bytes) throw CMemoryException();
+    Block<> bytes = dorvik::GrabOrThrow(n);
     source.SeekToBegin();
     UINT got = source.Read(bytes.get(), n);
     Modify(index, bytes.get(), static_cast<int>(got));
@@ -153,7 +153,7 @@ void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress,
         unsigned char* raw = nullptr;
         int length = 0;
         CBinFile::GetRecord(record, raw, length, true);
-        Block hold = Hold(raw);
+        Block<> hold = Hold(raw);
         dorvik::ForEachCompressedBit(raw, length, visit);
     };
     CBitArray set(false);
@@ -225,10 +225,7 @@ void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress,
         if (!list.bytes) continue;
         records.clear();
         for (std::size_t at = 0; at < list.used; at += static_cast<std::size_t>(width)) {
-            unsigned r = 0;
-            for (int k = 0; k < width; ++k)
-                r |= static_cast<unsigned>(list.bytes[at + static_cast<std::size_t>(k)]) << (8 * k);
-            records.push_back(r);
+            records.push_back(dorvik::DecodeFixed(list.bytes + at, width));
         }
         DropBlock(list.bytes);
         list = ColumnList();
@@ -244,7 +241,7 @@ void CBitsBinFile::SetAt(int index, int bit) {
     unsigned char* record = nullptr;
     int length = 0;
     GetRecord(index, record, length, -1);
-    Block hold = Hold(record);
+    Block<> hold = Hold(record);
     dorvik::GrowToBit(hold, length, bit);
     if (dorvik::TestBit(hold.get(), length, bit)) return;
     hold.get()[bit / 8] |= dorvik::Mask(bit);
@@ -255,7 +252,7 @@ void CBitsBinFile::ResetAt(int index, int bit) {
     unsigned char* record = nullptr;
     int length = 0;
     GetRecord(index, record, length, -1);
-    Block hold = Hold(record);
+    Block<> hold = Hold(record);
     if (!dorvik::TestBit(record, length, bit)) return;
     record[bit / 8] &= static_cast<unsigned char>(~dorvik::Mask(bit));
     Modify(index, record, length);
@@ -265,7 +262,7 @@ bool CBitsBinFile::GetAt(int index, int bit) {
     unsigned char* raw = nullptr;
     int length = 0;
     CBinFile::GetRecord(index, raw, length, true);
-    Block hold = Hold(raw);
+    Block<> hold = Hold(raw);
     return length > 0 && CBitArray::GetAt(raw, length, bit);
 }
 
@@ -273,7 +270,7 @@ int CBitsBinFile::GetBitIndex(int index, int bit) {
     unsigned char* record = nullptr;
     int length = 0;
     GetRecord(index, record, length, -1);
-    Block hold = Hold(record);
+    Block<> hold = Hold(record);
     if (length == 0) return -1;
     long long last = static_cast<long long>(length) * 8 - 1;
     if (bit > last) bit = static_cast<int>(last);
@@ -286,7 +283,7 @@ int CBitsBinFile::GetIndexBit(int index, int count) {
     unsigned char* record = nullptr;
     int length = 0;
     GetRecord(index, record, length, -1);
-    Block hold = Hold(record);
+    Block<> hold = Hold(record);
     return dorvik::PositionPast(record, length, count);
 }
 
@@ -294,7 +291,7 @@ int CBitsBinFile::GetCount(int index) {
     unsigned char* raw = nullptr;
     int length = 0;
     CBinFile::GetRecord(index, raw, length, true);
-    Block hold = Hold(raw);
+    Block<> hold = Hold(raw);
     return CountCompressed(raw, length);
 }
 
@@ -318,7 +315,7 @@ void CBitsBinFile::OrFiles(CBitsBinFile* source, CBitsBinFile* target) {
         unsigned char* s = nullptr;
         int sLength = 0;
         source->GetRecord(i, s, sLength, -1);
-        Block sHold = Hold(s);
+        Block<> sHold = Hold(s);
         if (sLength == 0) continue;
         unsigned char* t = nullptr;
         int tLength = 0;
@@ -329,7 +326,7 @@ void CBitsBinFile::OrFiles(CBitsBinFile* source, CBitsBinFile* target) {
             continue;
         }
         CBitArray::Mem(opOr, s, sLength, t, tLength);
-        Block tHold = Hold(t);
+        Block<> tHold = Hold(t);
         target->Modify(i, t, tLength);
     }
 }
@@ -342,12 +339,12 @@ void CBitsBinFile::AndFiles(CBitsBinFile* source, CBitsBinFile* target) {
         unsigned char* t = nullptr;
         int tLength = 0;
         target->GetRecord(i, t, tLength, -1);
-        Block tHold = Hold(t);
+        Block<> tHold = Hold(t);
         if (tLength == 0) continue;
         unsigned char* s = nullptr;
         int sLength = 0;
         source->GetRecord(i, s, sLength, -1);
-        Block sHold = Hold(s);
+        Block<> sHold = Hold(s);
         unsigned char* combined = tHold.release();
         CBitArray::Mem(opAnd, s, sLength, combined, tLength);
         tHold.reset(combined);

@@ -17,13 +17,13 @@ CNDimBitsBinFile::~CNDimBitsBinFile() = default;
 
 void CNDimBitsBinFile::Insert(int dim, int* indices, unsigned char* data, int length) {
     int n = 0;
-    Block packed = dorvik::CompressBytes(data, length, n);
+    Block<> packed = dorvik::CompressBytes(data, length, n);
     CNDimBinFile::Insert(dim, indices, packed.get(), n);
 }
 
 void CNDimBitsBinFile::Modify(int dim, int* indices, unsigned char* data, int length) {
     int n = 0;
-    Block packed = dorvik::CompressBytes(data, length, n);
+    Block<> packed = dorvik::CompressBytes(data, length, n);
     CNDimBinFile::Modify(dim, indices, packed.get(), n);
 }
 
@@ -71,7 +71,7 @@ void CNDimBitsBinFile::SetAt(int dim, int* indices, int bit) {
     unsigned char* record = nullptr;
     int length = 0;
     GetRecord(dim, indices, record, length, -1);
-    Block hold = Hold(record);
+    Block<> hold = Hold(record);
     dorvik::GrowToBit(hold, length, bit);
     if (dorvik::TestBit(hold.get(), length, bit)) return;
     hold.get()[bit / 8] |= dorvik::Mask(bit);
@@ -82,7 +82,7 @@ void CNDimBitsBinFile::ResetAt(int dim, int* indices, int bit) {
     unsigned char* record = nullptr;
     int length = 0;
     GetRecord(dim, indices, record, length, -1);
-    Block hold = Hold(record);
+    Block<> hold = Hold(record);
     if (!dorvik::TestBit(record, length, bit)) return;
     record[bit / 8] &= static_cast<unsigned char>(~dorvik::Mask(bit));
     Modify(dim, indices, record, length);
@@ -93,7 +93,7 @@ void CNDimBitsBinFile::XOrAt(int dim, int* indices, int bit) {
     unsigned char* record = nullptr;
     int length = 0;
     GetRecord(dim, indices, record, length, -1);
-    Block hold = Hold(record);
+    Block<> hold = Hold(record);
     dorvik::GrowToBit(hold, length, bit);
     hold.get()[bit / 8] ^= dorvik::Mask(bit);
     Modify(dim, indices, hold.get(), length);
@@ -103,7 +103,7 @@ bool CNDimBitsBinFile::GetAt(int dim, int* indices, int bit) {
     unsigned char* raw = nullptr;
     int length = 0;
     CNDimBinFile::GetRecord(dim, indices, raw, length);
-    Block hold = Hold(raw);
+    Block<> hold = Hold(raw);
     return length > 0 && CBitArray::GetAt(raw, length, bit);
 }
 
@@ -111,7 +111,7 @@ int CNDimBitsBinFile::GetBitIndex(int dim, int* indices, int bit) {
     unsigned char* record = nullptr;
     int length = 0;
     GetRecord(dim, indices, record, length, -1);
-    Block hold = Hold(record);
+    Block<> hold = Hold(record);
     if (!dorvik::TestBit(record, length, bit)) return -1;
     return dorvik::CountBelow(record, bit);
 }
@@ -120,6 +120,6 @@ int CNDimBitsBinFile::GetIndexBit(int dim, int* indices, int count) {
     unsigned char* record = nullptr;
     int length = 0;
     GetRecord(dim, indices, record, length, -1);
-    Block hold = Hold(record);
+    Block<> hold = Hold(record);
     return dorvik::PositionPast(record, length, count);
 }
