@@ -15,14 +15,10 @@
 
 namespace {
 using dorvik::bits::Bits;
+using dorvik::bits::Load;
+using dorvik::bits::TrimmedLength;
 using dorvik::bits::Word;
 constexpr int kGrowthMargin = 100;
-
-Word Load(const unsigned char* p) {
-    Word w;
-    std::memcpy(&w, p, sizeof w);
-    return w;
-}
 
 void Store(unsigned char* p, Word w) { std::memcpy(p, &w, sizeof w); }
 
@@ -63,13 +59,6 @@ bool AllZero(const unsigned char* p, std::size_t n) {
     for (; i < n; ++i)
         if (p[i]) return false;
     return true;
-}
-
-// The length less its trailing zero bytes.
-int TrimmedLength(const unsigned char* p, int length) {
-    while (length >= 8 && Load(p + length - 8) == 0) length -= 8;
-    while (length > 0 && p[length - 1] == 0) --length;
-    return length;
 }
 
 enum class Fill { set, reset, flip };

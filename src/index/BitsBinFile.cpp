@@ -16,21 +16,11 @@ using dorvik::Hold;
 
 namespace {
 
-// Set bits counted on a compressed form, item by item, without expanding it.
-int CountCompressed(const unsigned char* p, int length) {
-    long long count = 0;
-    for (int i = 1; i < length;) {
-        unsigned char b = p[i];
-        if (b != 0x00 && b != 0xFF) {
-            count += std::popcount(static_cast<unsigned>(b));
-            ++i;
-            continue;
-        }
-        if (length - i < 3) break;  // a run cut short by the end is no run
-        if (b == 0xFF) count += 8LL * (p[i + 1] | (p[i + 2] << 8));
-        i += 3;
-    }
-    return count > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(count);
+void ChangeBit(CBitsBinFile& file, int index, int bit, dorvik::BitChange change) {
+    dorvik::ChangeStoredBit(
+        bit, change,
+        [&](unsigned char*& record, int& length) { file.GetRecord(index, record, length, -1); },
+        [&](unsigned char* record, int length) { file.Modify(index, record, length); });
 }
 
 // A growable list of record numbers of one column: entries of `width` bytes.
@@ -90,12 +80,7 @@ void CBitsBinFile::GetRecord(int index, unsigned char*& buffer, int& length, int
     buffer = nullptr;
     length = 0;
     CBinFile::GetRecord(index, buffer, length, true);
-    if (length != 0) {
-        CBitArray::Decompress(buffer, length, limit);
-    } else {
-        DropBlock(buffer);
-        buffer = nullptr;
-    }
+    dorvik::ExpandRecord(buffer, length, limit);
 }
 
 void CBitsBinFile::GetRecord(int index, CBitArray& bits, int limit) {
@@ -106,8 +91,7 @@ void CBitsBinFile::GetRecord(int index, CBitArray& bits, int limit) {
     } else {
         GetRecord(index, buffer, length, limit);
     }
-    bits.Attach(buffer, length);
-    if (length <= 0) DropBlock(buffer);
+    dorvik::AttachRecord(bits, buffer, length);
 }
 
 void CBitsBinFile::Modify(int index, CBitArray* bits) {
@@ -154,7 +138,7 @@ void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress,
         int length = 0;
         CBinFile::GetRecord(record, raw, length, true);
         Block<> hold = Hold(raw);
-        dorvik::ForEachCompressedBit(raw, length, visit);
+        dorvik::form::ForEachSetBit(raw, length, visit);
     };
     CBitArray set(false);
     if (columns) {
@@ -230,32 +214,18 @@ void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress,
         DropBlock(list.bytes);
         list = ColumnList();
         // The column's record numbers rise, so its compressed form is built directly.
-        std::vector<unsigned char> form = dorvik::CompressSortedBits(records);
+        std::vector<unsigned char> form = dorvik::form::EncodeSortedBits(records);
         CBitArray packed(form.data(), static_cast<int>(form.size()), true);
         out->Modify(byRank ? i : rankToBit[static_cast<std::size_t>(i)], &packed);
     }
 }
 
 void CBitsBinFile::SetAt(int index, int bit) {
-    if (bit < 0) return;
-    unsigned char* record = nullptr;
-    int length = 0;
-    GetRecord(index, record, length, -1);
-    Block<> hold = Hold(record);
-    dorvik::GrowToBit(hold, length, bit);
-    if (dorvik::TestBit(hold.get(), length, bit)) return;
-    hold.get()[bit / 8] |= dorvik::Mask(bit);
-    Modify(index, hold.get(), length);
+    ChangeBit(*this, index, bit, dorvik::BitChange::set);
 }
 
 void CBitsBinFile::ResetAt(int index, int bit) {
-    unsigned char* record = nullptr;
-    int length = 0;
-    GetRecord(index, record, length, -1);
-    Block<> hold = Hold(record);
-    if (!dorvik::TestBit(record, length, bit)) return;
-    record[bit / 8] &= static_cast<unsigned char>(~dorvik::Mask(bit));
-    Modify(index, record, length);
+    ChangeBit(*this, index, bit, dorvik::BitChange::reset);
 }
 
 bool CBitsBinFile::GetAt(int index, int bit) {
@@ -292,7 +262,7 @@ int CBitsBinFile::GetCount(int index) {
     int length = 0;
     CBinFile::GetRecord(index, raw, length, true);
     Block<> hold = Hold(raw);
-    return CountCompressed(raw, length);
+    return dorvik::form::CountSetBits(raw, length);
 }
 
 void CBitsBinFile::Or(CBitsBinFile* other) { OrFiles(other, this); }
