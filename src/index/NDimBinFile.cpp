@@ -37,6 +37,40 @@ bool CNDimBinFile::Step(int index, DWORD& imageEnd, DWORD& size) {
     return true;
 }
 
+bool CNDimBinFile::WalkPath(int dim, int* indices, DWORD& address, DWORD& size) {
+    // The top file's own table comes from memory, so the walk works in not safe mode too.
+    if (indices[0] < 0 || indices[0] >= GetRecordCount()) return false;
+    DWORD first = m_pAddresses[indices[0]];
+    DWORD last = m_pAddresses[indices[0] + 1];
+    if (first > last || last > m_pAddresses[m_nRecordCount]) return false;
+    DWORD imageEnd = last;
+    size = last - first;
+    for (int i = 1; i < dim; ++i) {
+        if (size == 0 || !Step(indices[i], imageEnd, size)) return false;
+    }
+    address = imageEnd - size;
+    return true;
+}
+
+void CNDimBinFile::MakePath(int dim, int* indices) {
+    if (dim < 2 || indices[0] < 0 || indices[0] >= GetRecordCount()) return;
+    // Level by level: the file at the first i numbers must hold record indices[i].
+    for (int i = 1; i < dim; ++i) {
+        DWORD address = 0, size = 0;
+        if (!WalkPath(i, indices, address, size)) return;
+        if (size > 0) {
+            DWORD imageEnd = address + size, probe = size;
+            if (Step(indices[i], imageEnd, probe)) continue;
+            if (indices[i] < 0 || probe == static_cast<DWORD>(-1)) return;  // leads nowhere
+        }
+        // A missing nested file, or one too short: it grows to hold the record. Bytes
+        // that are no record file image make this throw, before anything is written.
+        int records = indices[i] < 0 ? 1 : indices[i] + 1;
+        ChangeFile(i, indices, [records](CBinFile& file) { file.CBinFile::Init(records); });
+        if (indices[i] < 0) return;
+    }
+}
+
 bool CNDimBinFile::GetFileInfo(int dim, int* indices, int& length, int& address, bool create) {
     if (dim < 0) return false;
     if (dim == 0) {
@@ -44,42 +78,12 @@ bool CNDimBinFile::GetFileInfo(int dim, int* indices, int& length, int& address,
         length = static_cast<int>(GetLength());
         return true;
     }
-    // Each creation makes one more level or record exist, so the walk restarts a
-    // bounded number of times.
-    for (int attempt = 0; attempt < 4 * dim + 8; ++attempt) {
-        if (indices[0] < 0 || indices[0] >= GetRecordCount()) return false;
-        DWORD first = m_pAddresses[indices[0]];
-        DWORD last = m_pAddresses[indices[0] + 1];
-        if (first > last || last > m_pAddresses[m_nRecordCount]) return false;
-        DWORD imageEnd = last;
-        DWORD size = last - first;
-        int i = 1;
-        bool again = false;
-        while (!again) {
-            if (size == 0) {
-                if (i == dim || !create) return false;
-                int saved = indices[i];
-                indices[i] = -1;
-                Insert(i + 1, indices, nullptr, 0);  // the nested file, with one empty record
-                indices[i] = saved;
-                again = true;
-                break;
-            }
-            if (i == dim) break;
-            if (!Step(indices[i], imageEnd, size)) {
-                if (!create || indices[i] < 0 || size == static_cast<DWORD>(-1)) return false;
-                Modify(i + 1, indices, nullptr, 0);  // makes the record exist
-                again = true;
-                break;
-            }
-            ++i;
-        }
-        if (again) continue;
-        address = static_cast<int>(imageEnd - size);
-        length = static_cast<int>(size);
-        return true;
-    }
-    return false;
+    if (create) MakePath(dim, indices);
+    DWORD at = 0, size = 0;
+    if (!WalkPath(dim, indices, at, size) || size == 0) return false;
+    address = static_cast<int>(at);
+    length = static_cast<int>(size);
+    return true;
 }
 
 unsigned char* CNDimBinFile::ReadTopImage(int& length) {
