@@ -58,14 +58,16 @@ public:
     // leads nowhere gets an empty nested file.
     virtual void Delete(int dim, int* indices, int first, int last);
     // Empties `bits`, then sets a bit for every non-empty record of the file named by
-    // the path; a path that leads nowhere leaves `bits` as it was.
+    // the path; a path that leads nowhere, or to bytes that are no record file image
+    // (where GetRecordCount gives 0), leaves `bits` as it was.
     virtual void GetRecordsBitmap(int dim, int* indices, CBitArray& bits);
     // Hands the bytes at the path to `file`, which owns them afterwards; false (file
     // untouched) when the path leads nowhere or to an empty record.
     virtual bool GetFile(int dim, int* indices, CBaseMemFile& file);
 
     // Creates every level and record of the path that is missing below the top file;
-    // the last record stays empty. Does not extend the top file.
+    // the last record stays empty. Does not extend the top file. A number that no file
+    // below 2 GiB can hold (INT_MAX) throws CFileException(diskFull).
     void Init(int dim, int* indices);
     // The number of records of the file named by the path; 0 when it leads nowhere or
     // the bytes there are no record file image.

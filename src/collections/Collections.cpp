@@ -20,7 +20,7 @@ UINT OpenMode(const char* path, bool truncate) {
 template <class T, class Make>
 T* SlotOnDemand(CPtrArray& array, int index, Make make) {
     if (index < 0) return nullptr;
-    if (index >= array.GetSize()) array.SetSize(index + 1, -1);
+    if (index >= array.GetSize()) array.SetAtGrow(index, nullptr);
     void*& slot = array.ElementAt(index);
     if (!slot) slot = make();
     return static_cast<T*>(slot);
