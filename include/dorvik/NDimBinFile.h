@@ -12,7 +12,8 @@
 // corrupt nested image makes its path lead nowhere, never a read outside it. The path
 // operations work in safe and in not safe mode (the top file's own table is taken
 // from memory). The caller owns `indices`, which no operation changes. Negative numbers
-// in a path lead nowhere.
+// in a path lead nowhere, and a change through them (other than an Insert's last number
+// -1, the front) changes nothing.
 #pragma once
 
 #include <functional>

@@ -144,6 +144,10 @@ void CNDimBinFile::WriteFile(int dim, int* indices, unsigned char* data, int len
 }
 
 void CNDimBinFile::ChangeFile(int dim, int* indices, const std::function<void(CBinFile&)>& change) {
+    // A negative number names no file: the rebuild would land on record 0 of its level.
+    for (int i = 0; i < dim; ++i) {
+        if (indices[i] < 0) return;
+    }
     CMemBinFile image(0);
     unsigned char* block = nullptr;
     int blockLength = 0;
