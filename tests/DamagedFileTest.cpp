@@ -29,10 +29,13 @@ namespace {
 constexpr std::size_t kFixedBudget = 128 * 1024;
 constexpr std::size_t kBytesFactor = 64;
 // Time budget of one case, in processor time of the thread (so that other work on the
-// machine does not count): generous, yet far below what a loop over a phantom record
-// count or a quadratic walk would take.
+// machine does not count): a multiple of the valid file's time, and a second for each
+// MiB of allowance, since what the contract lets the bytes ask for they may also make
+// work for (a damaged run of set bits inverts into that many records). Generous, yet
+// far below what a loop over a phantom record count or a quadratic walk would take.
 constexpr double kFixedSeconds = 0.5;
 constexpr double kValidFactor = 20;
+constexpr double kSecondsPerAllowedByte = 1.0 / (1 << 20);
 // A kind whose full sweep (four cases per byte) would pass this many cases is sampled:
 // see Cases.
 constexpr std::size_t kMaxCases = 1600;
@@ -153,7 +156,7 @@ void Sweep(const Kind& kind, TempDir& dir) {
         WriteAll(path, kind.valid);
         valid = std::min(valid, TimeRead(kind, path));
     }
-    const double seconds = kFixedSeconds + kValidFactor * valid;
+    const double fixedSeconds = kFixedSeconds + kValidFactor * valid;
     const std::size_t base = kFixedBudget + kBytesFactor * kind.valid.size();
     int failures = 0;
     for (const Case& c : Cases(kind.valid)) {
@@ -164,12 +167,14 @@ void Sweep(const Kind& kind, TempDir& dir) {
         alarm(kHangSeconds);
         std::string failure;
         double took = 0;
+        double seconds = fixedSeconds;
         try {
             std::size_t limit = base;
             {
                 BlockLimit bound(base);
                 Step([&] { limit += kind.allowance(path); });
             }
+            seconds += kSecondsPerAllowedByte * static_cast<double>(limit - base);
             BlockLimit bound(limit);
             took = TimeRead(kind, path);
         } catch (const CMemoryException&) {

@@ -413,11 +413,11 @@ TEST(ExtremeArguments, NestedFiles) {
          }},
         {"limit and records", 2,
          [](CNDimBitsBinFile& f, int v) {
-             int path[] = {1, 0}, list[] = {0, v};
+             int leaf[] = {1, 0, 0}, file[] = {1, 0}, list[] = {0, v};
              CBitArray bits, result;
-             f.GetRecord(3, path, bits, v);
-             f.GetRecords(2, path, 2, list, result, true, v);
-             f.GetRecords(2, path, 2, list, result, false, -1);
+             f.GetRecord(3, leaf, bits, v);
+             f.GetRecords(2, file, 2, list, result, true, v);
+             f.GetRecords(2, file, 2, list, result, false, -1);
          }},
     };
     TryOnFile(fixture, calls, true);
@@ -494,7 +494,12 @@ TEST(ExtremeArguments, BitArray) {
              CBitArray::Compress(a.GetBuffer(), a.GetLength(), form, length);
              CBitArray::GetAt(form, length, v);
              CBitArray::SetAt(form, length, v);
-             CBitArray::Decompress(form, length, v);
+             try {
+                 CBitArray::Decompress(form, length, v);  // a refusal leaves the form
+             } catch (const CMemoryException&) {
+                 DropBlock(form);
+                 throw;
+             }
              DropBlock(form);
              unsigned char bytes[6] = {1, 2, 3, 4, 5, 6};
              CBitArray::BitsNot(bytes, 6, v);
