@@ -1,7 +1,11 @@
 // Word-at-a-time helpers shared by the bit array sources.
 #pragma once
 
+#include <algorithm>
+#include <bit>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #if defined(__x86_64__) && defined(__GNUC__)
 // The population count instruction is not in the base x86-64 set; without it the
@@ -14,4 +18,13 @@
 namespace dorvik::bits {
 using Word = std::uint64_t;
 using Bits = std::int64_t;  // bit positions and bit totals, which can pass INT_MAX
+
+// The 64 bits of a bitmap from byte `byte` on (a multiple of 8), bit 0 lowest; bytes
+// at or past `size` read 0.
+inline Word LoadWord(const unsigned char* p, std::size_t size, std::size_t byte) {
+    Word w = 0;
+    if (byte < size) std::memcpy(&w, p + byte, std::min<std::size_t>(8, size - byte));
+    if constexpr (std::endian::native == std::endian::big) w = __builtin_bswap64(w);
+    return w;
+}
 }  // namespace dorvik::bits
