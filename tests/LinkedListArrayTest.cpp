@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <random>
 #include <set>
 #include <string>
 #include <vector>
@@ -166,14 +167,54 @@ TEST(LinkedListArray, SavesDirectMergedAndPacked) {
         EXPECT_EQ(Row(f, 1), (std::set<int>{6}));
         EXPECT_EQ(Row(f, 4), (std::set<int>{1}));  // past the lists: unchanged
     }
-    // Packed: every index of the range gets a map bit and a record, empty or not.
+    // A merge over a narrower range keeps the records outside it.
     a.m_nFirst = 1;
+    a.m_nLast = 1;
+    a.AddValue(1, 2);
+    a.Save(dir.Path("a").c_str(), opOr, false, false, nullptr);
+    {
+        CBitsBinFile f(dir.Path("a").c_str(), CFile::modeRead);
+        EXPECT_EQ(f.GetRecordCount(), 5);
+        EXPECT_EQ(Row(f, 0), std::set<int>{});  // list 0 holds 3, but lies outside
+        EXPECT_EQ(Row(f, 1), (std::set<int>{2, 6}));
+        EXPECT_EQ(Row(f, 4), (std::set<int>{1}));
+    }
+    // Packed: every index of the range gets a map bit and a record, empty or not.
+    a.m_nLast = -1;
     a.Save(dir.Path("p").c_str(), opCopy, false, true, nullptr);
     CBitsBinFile p(dir.Path("p").c_str(), CFile::modeRead);
     EXPECT_EQ(p.GetRecordCount(), 3);
     EXPECT_EQ(Row(p, 0), (std::set<int>{1, 2}));
-    EXPECT_EQ(Row(p, 1), (std::set<int>{6}));
+    EXPECT_EQ(Row(p, 1), (std::set<int>{2, 6}));
     EXPECT_EQ(Row(p, 2), (std::set<int>{5}));
+}
+
+TEST(LinkedListArray, SavesLargeNodeFilesListByList) {
+    // 2.2 million values: the node file spans many pieces of the reads, and the lists
+    // do not fit one batch. Each record must hold exactly its list's values.
+    TempFolder tmp;
+    TempDir dir;
+    constexpr int kLists = 3000;
+    CLinkedListArray a;
+    std::vector<CBitArray> expected(kLists);
+    std::mt19937 rng(5);
+    for (int k = 0; k < 2200000; ++k) {
+        int list = k % 11 == 0 ? 17 : static_cast<int>(rng() % kLists);  // 17 is long
+        int value = static_cast<int>(rng() % 40000);
+        a.AddValue(list, value);
+        expected[static_cast<std::size_t>(list)].SetAt(value);
+    }
+    a.Save(dir.Path("big").c_str(), opOr, false, false, nullptr);
+    CBitsBinFile f(dir.Path("big").c_str(), CFile::modeRead);
+    ASSERT_EQ(f.GetRecordCount(), kLists);
+    CBitArray record;
+    for (int list = 0; list < kLists; ++list) {
+        f.GetRecord(list, record, -1);
+        ASSERT_TRUE(record == expected[static_cast<std::size_t>(list)]) << list;
+    }
+    CBitArray walked;
+    a.GetRecord(17, walked);
+    EXPECT_TRUE(walked == expected[17]);
 }
 
 TEST(LinkedListArray, FreeFlagEndsTheNodeFileOnce) {

@@ -192,8 +192,11 @@ public:
 // little-endian; the link is the position of the link field of the list's previous
 // node, 0 for its first. Slot i holds the position of the link field of list i's
 // newest node (4 for the first node of the file), 0 for a list without values; it is
-// a number, not a pointer. Memory is one slot per list, disk 8 bytes per value, and
-// reading a list costs one 8-byte read per value.
+// a number, not a pointer. Memory is one slot and one count per list, disk 8 bytes
+// per value. GetRecord reads a list with one 8-byte read per value; Save reads the
+// lists in batches of up to 2 million values, each batch in one pass over the node
+// file from its end in reads of 1 MiB, so its memory stays below 10 MiB beyond the
+// slots, the counts and one list.
 //
 // After Save with the free flag the array is spent: the node file is gone, and
 // AddValue, GetRecord and Save throw CFileException(invalidFile) without changing
@@ -233,6 +236,9 @@ public:
     // ops keep it) and written; in a direct run (after DeleteAll for opCopy) only
     // lists with a value set write their record. With `free` the node file is closed
     // and removed at the end and the array is spent; the slots stay.
+    // Decision: a merge without `packed` keeps the records outside the range as they
+    // are; with `packed`, old records past the last one written are dropped, as in
+    // CBitArrayArray::Save.
     void Save(CBitsBinFile* file, Operation op, bool free, bool packed, Progress progress);
 
     int m_nFirst = 0;
@@ -245,12 +251,20 @@ protected:
 private:
     // Throws CFileException(invalidFile) in the spent state.
     void RequireNodeFile() const;
-    // Calls visit(value) for each value of the list, newest first. The walk stops at a
-    // node that lies past the end of the node file or whose link does not lead back.
+    // Calls visit(value) for each value of the list, newest first, one read per node.
+    // A chain ends early at a node that does not lie whole within the node file or
+    // whose link does not lead back.
     template <class Visit>
     void Walk(int list, Visit visit);
+    // Calls visit(list, value) for every value of lists first .. last (within the
+    // size), reading each piece of 1 MiB of the node file at most once, from the end
+    // of the file to its start; a list's values come newest first. Chains end as above.
+    template <class Visit>
+    void Gather(int first, int last, Visit visit);
     // Closes and removes the node file; the array is spent afterwards.
     void EndNodeFile() noexcept;
+
+    CDWordArray m_aCounts;  // values per list: Save reads as many lists at once as fit
 };
 
 // A growable array of owned CLinkedListArray elements, each with its own node file,

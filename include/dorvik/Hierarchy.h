@@ -141,4 +141,7 @@ private:
     // that lies on no level: where the walk over the children of a node on `level`
     // ends.
     int WalkEnd(int node, int level) const;
+    // What GetChildrenNodes looks at for `node` and `mode`: levels shallowest ..
+    // deepest, numbers first .. last. False when that is nothing.
+    bool ChildSpan(int node, int mode, int& shallowest, int& deepest, int& first, int& last) const;
 };

@@ -191,6 +191,9 @@ private:
     bool m_packed;
 };
 
+// In a merge: record `index` of `file` goes to `out` unchanged. `record` is scratch.
+void CopyRecord(CBitsBinFile* file, CBitsBinFile* out, int index, CBitArray& record);
+
 // In a merge: record `target` of `file` combined with `bits` by op (opOr: union,
 // opXor: exclusive or, anything else: unchanged) goes to `out` under `target`,
 // whether it changed or not. `record` is scratch space.

@@ -42,6 +42,12 @@ void RecordTargets::Finish(CBitsBinFile* out) {
     if (m_packed) out->Modify(0, &m_map);
 }
 
+void dorvik::collections::CopyRecord(CBitsBinFile* file, CBitsBinFile* out, int index,
+                                     CBitArray& record) {
+    file->GetRecord(index, record, -1);
+    out->Modify(index, &record);
+}
+
 void dorvik::collections::MergeRecord(CBitsBinFile* file, CBitsBinFile* out, int target,
                                       Operation op, const CBitArray& bits, CBitArray& record) {
     file->GetRecord(target, record, -1);
@@ -97,10 +103,7 @@ void CBitArrayArray::Save(CBitsBinFile* file, Operation op, bool free, bool pack
     for (int i = std::max(m_nFirst, 0); i <= last; ++i) {
         auto* element = static_cast<CBitArray*>(CPtrArray::GetAt(i));
         if (!element) {
-            if (run.Merge() && !packed) {
-                file->GetRecord(i, record, -1);
-                out->Modify(i, &record);
-            }
+            if (run.Merge() && !packed) CopyRecord(file, out, i, record);
             continue;
         }
         if (progress) progress(i, count);

@@ -188,6 +188,17 @@ int CHierarchy::GetChildrenCount(int length, int* path) const {
     return node == -1 ? 0 : GetChildrenCount(node);
 }
 
+bool CHierarchy::ChildSpan(int node, int mode, int& shallowest, int& deepest, int& first,
+                           int& last) const {
+    int level = GetNodeLevel(node);
+    if (level < 0 || level + 1 >= GetSize()) return false;
+    shallowest = level + 1;
+    deepest = mode == -1 ? GetSize() - 1 : level + 1;
+    first = node + 1;
+    last = mode == -1 ? GetNodeLastChild(node) : WalkEnd(node, level) - 1;
+    return first <= last;
+}
+
 int CHierarchy::GetChildrenNodes(int node, CBitArray& nodes, int mode) const {
     nodes.FreeBuffer();
     nodes.SetCompressed(false);
@@ -198,19 +209,16 @@ int CHierarchy::GetChildrenNodes(int node, CBitArray& nodes, int mode) const {
         nodes = *roots;
         return nodes.GetCount();
     }
-    int level = GetNodeLevel(node);
-    if (level < 0 || level + 1 >= GetSize()) return 0;
-    int first = node + 1;
-    int last = mode == -1 ? GetNodeLastChild(node) : WalkEnd(node, level) - 1;
-    int deepest = mode == -1 ? GetSize() - 1 : level + 1;
+    int shallowest, deepest, first, last;
+    if (!ChildSpan(node, mode, shallowest, deepest, first, last)) return 0;
     // One growth to the highest number found, then every level ORed in by bytes.
     int top = -1;
-    for (int i = level + 1; i <= deepest; ++i)
+    for (int i = shallowest; i <= deepest; ++i)
         if (const CBitArray* bits = Level(i)) top = std::max(top, bits->GetActualBit(last));
     if (top < first) return 0;
     nodes.SetLength(top / 8 + 1);
     int count = 0;
-    for (int i = level + 1; i <= deepest; ++i) {
+    for (int i = shallowest; i <= deepest; ++i) {
         const CBitArray* bits = Level(i);
         if (!bits) continue;
         count += bits->GetRangeCount(first, top);
@@ -220,10 +228,24 @@ int CHierarchy::GetChildrenNodes(int node, CBitArray& nodes, int mode) const {
 }
 
 int CHierarchy::GetChildrenNodes(int node, CDWordArray& nodes, int mode) const {
-    CBitArray bits;
-    GetChildrenNodes(node, bits, mode);
     nodes.RemoveAll();
-    return bits.Bmp2Array(nodes);
+    if (GetSize() == 0) return 0;
+    if (node == -1) {
+        const CBitArray* roots = Level(0);
+        return roots ? roots->Bmp2Array(nodes) : 0;
+    }
+    int shallowest, deepest, first, last;
+    if (!ChildSpan(node, mode, shallowest, deepest, first, last)) return 0;
+    for (int i = shallowest; i <= deepest; ++i)
+        if (const CBitArray* bits = Level(i)) bits->Range2Array(first, last, nodes);
+    if (deepest > shallowest) {
+        // Each level's numbers rise; a number on two levels is listed once.
+        DWORD* begin = nodes.GetData();
+        DWORD* end = begin + nodes.GetSize();
+        std::sort(begin, end);
+        nodes.SetSize(static_cast<int>(std::unique(begin, end) - begin), -1);
+    }
+    return nodes.GetSize();
 }
 
 int CHierarchy::GetPathNode(int length, int* path) const {

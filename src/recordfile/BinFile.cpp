@@ -252,8 +252,18 @@ void CBinFile::GetRecords(int first, int last, unsigned char*& buffer, int& leng
         length = static_cast<int>(n);
     }
     if (length == 0) return;
-    Seek(static_cast<LONG>(start), begin);
-    Read(buffer, static_cast<UINT>(length));
+    try {
+        Seek(static_cast<LONG>(start), begin);
+        Read(buffer, static_cast<UINT>(length));
+    } catch (...) {
+        // A block handed out along with the failure would have no owner.
+        if (allocate) {
+            DropBlock(buffer);
+            buffer = nullptr;
+            length = 0;
+        }
+        throw;
+    }
 }
 
 void CBinFile::GetRecord(int index, unsigned char*& buffer, int& length, bool allocate) {
