@@ -17,27 +17,6 @@ CBitArray Bits(std::initializer_list<int> bits) {
     for (int b : bits) a.SetAt(b);
     return a;
 }
-
-std::set<int> SetOf(const CBitArray& a) {
-    std::set<int> out;
-    for (int i = 0; i < a.GetLength() * 8; ++i)
-        if (a.GetAt(i)) out.insert(i);
-    return out;
-}
-
-std::set<int> Row(CBitsBinFile& f, int index) {
-    CBitArray a;
-    f.GetRecord(index, a, -1);
-    return SetOf(a);
-}
-
-void AddRows(CBitsBinFile& f, const std::vector<std::set<int>>& rows) {
-    for (const auto& row : rows) {
-        CBitArray a;
-        for (int b : row) a.SetAt(b);
-        f.Add(&a);
-    }
-}
 }  // namespace
 
 TEST(BitRecordFile, StoresRecordsCompressedAndReadsThemExpanded) {

@@ -7,23 +7,6 @@
 #include "TestUtil.h"
 
 namespace {
-std::set<int> Row(CBitsBinFile& f, int index) {
-    CBitArray a;
-    f.GetRecord(index, a, -1);
-    std::set<int> out;
-    for (int i = 0; i < a.GetLength() * 8; ++i)
-        if (a.GetAt(i)) out.insert(i);
-    return out;
-}
-
-void AddRows(CBitsBinFile& f, const std::vector<std::set<int>>& rows) {
-    for (const auto& row : rows) {
-        CBitArray a;
-        for (int b : row) a.SetAt(b);
-        f.Add(&a);
-    }
-}
-
 std::vector<int> g_totals;
 bool Record(int, int total) {
     g_totals.push_back(total);

@@ -18,10 +18,8 @@ void Build(CHierarchy& h, const std::vector<int>& levels) {
 const std::vector<int> kExample = {0, 1, 2, 2, 1, 0, 1};
 
 std::vector<int> Bits(const CBitArray& a) {
-    std::vector<int> out;
-    for (int i = 0; i < a.GetLength() * 8; ++i)
-        if (a.GetAt(i)) out.push_back(i);
-    return out;
+    std::set<int> bits = SetOf(a);
+    return std::vector<int>(bits.begin(), bits.end());
 }
 
 std::vector<int> Children(const CHierarchy& h, int node, int mode) {

@@ -44,15 +44,6 @@ private:
     bool m_had = false;
 };
 
-std::set<int> Row(CBitsBinFile& f, int index) {
-    CBitArray a;
-    f.GetRecord(index, a, -1);
-    std::set<int> out;
-    for (int i = 0; i < a.GetLength() * 8; ++i)
-        if (a.GetAt(i)) out.insert(i);
-    return out;
-}
-
 std::vector<DWORD> Values(CLinkedListArray& a, int list) {
     CDWordArray values;
     values.Add(99);  // emptied first
@@ -64,10 +55,7 @@ std::set<int> Bits(CLinkedListArray& a, int list) {
     CBitArray bits;
     bits.SetAt(40);  // freed first
     a.GetRecord(list, bits);
-    std::set<int> out;
-    for (int i = 0; i < bits.GetLength() * 8; ++i)
-        if (bits.GetAt(i)) out.insert(i);
-    return out;
+    return SetOf(bits);
 }
 
 std::uintptr_t Slot(const CLinkedListArray& a, int list) {

@@ -1,6 +1,8 @@
 #include "TestUtil.h"
 
 #include "dorvik/BinFile.h"
+#include "dorvik/BitArray.h"
+#include "dorvik/BitsBinFile.h"
 
 #include <sys/stat.h>
 
@@ -91,4 +93,25 @@ std::vector<std::string> RecordsOf(CBinFile& file) {
         DropBlock(b);
     }
     return out;
+}
+
+std::set<int> SetOf(const CBitArray& bits) {
+    std::set<int> out;
+    for (int i = 0; i < bits.GetLength() * 8; ++i)
+        if (bits.GetAt(i)) out.insert(i);
+    return out;
+}
+
+std::set<int> Row(CBitsBinFile& file, int index) {
+    CBitArray bits;
+    file.GetRecord(index, bits, -1);
+    return SetOf(bits);
+}
+
+void AddRows(CBitsBinFile& file, const std::vector<std::set<int>>& rows) {
+    for (const auto& row : rows) {
+        CBitArray bits;
+        for (int b : row) bits.SetAt(b);
+        file.Add(&bits);
+    }
 }

@@ -1,12 +1,15 @@
 // Helpers shared by the test suites: a temporary directory per test and byte helpers.
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
 using Bytes = std::vector<unsigned char>;
 
 class CBinFile;
+class CBitArray;
+class CBitsBinFile;
 
 // A directory of its own for one test, removed with all it holds at the end.
 class TempDir {
@@ -40,3 +43,10 @@ inline unsigned char* P(const char* text) {
 }
 // Every record of an open record file, in order.
 std::vector<std::string> RecordsOf(CBinFile& file);
+
+// The set bits of a plain bit array.
+std::set<int> SetOf(const CBitArray& bits);
+// The set bits of record `index` of a bit record file.
+std::set<int> Row(CBitsBinFile& file, int index);
+// Appends one record per set of bits.
+void AddRows(CBitsBinFile& file, const std::vector<std::set<int>>& rows);

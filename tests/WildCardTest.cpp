@@ -8,13 +8,6 @@
 #include "TestUtil.h"
 
 namespace {
-std::set<int> SetOf(const CBitArray& a) {
-    std::set<int> out;
-    for (int i = 0; i < a.GetLength() * 8; ++i)
-        if (a.GetAt(i)) out.insert(i);
-    return out;
-}
-
 // A dictionary of Latin words (x stands for a mark) and its wildcard index.
 struct Dictionary {
     TempDir dir;
