@@ -108,6 +108,13 @@ std::set<int> Row(CBitsBinFile& file, int index) {
     return SetOf(bits);
 }
 
+std::vector<std::set<int>> RowsOf(const std::string& path) {
+    CBitsBinFile file(path.c_str(), CFile::modeRead);
+    std::vector<std::set<int>> rows;
+    for (int i = 0; i < file.GetRecordCount(); ++i) rows.push_back(Row(file, i));
+    return rows;
+}
+
 void AddRows(CBitsBinFile& file, const std::vector<std::set<int>>& rows) {
     for (const auto& row : rows) {
         CBitArray bits;

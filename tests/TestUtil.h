@@ -48,5 +48,7 @@ std::vector<std::string> RecordsOf(CBinFile& file);
 std::set<int> SetOf(const CBitArray& bits);
 // The set bits of record `index` of a bit record file.
 std::set<int> Row(CBitsBinFile& file, int index);
+// Every record of the bit record file at `path`, opened read-only.
+std::vector<std::set<int>> RowsOf(const std::string& path);
 // Appends one record per set of bits.
 void AddRows(CBitsBinFile& file, const std::vector<std::set<int>>& rows);
