@@ -158,6 +158,10 @@ void BM_HierarchyNavigate(benchmark::State& state) {
                 break;
         }
     }
+    double bytes = 0;
+    for (int level = 0; level < h.GetLevelCount(); ++level)
+        bytes += h.CBitArrayArray::GetAt(level)->GetLength();
+    state.counters["levels_MB"] = bytes / 1048576;
 }
 BENCHMARK(BM_HierarchyNavigate)
     ->ArgName("parent_children_list_path_scope")
