@@ -1,11 +1,11 @@
 // Word-at-a-time helpers shared by the bit array sources.
 #pragma once
 
-#include <algorithm>
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+
+#include "frame/Coding.h"
 
 #if defined(__x86_64__) && defined(__GNUC__)
 // The population count instruction is not in the base x86-64 set; without it the
@@ -19,12 +19,26 @@ namespace dorvik::bits {
 using Word = std::uint64_t;
 using Bits = std::int64_t;  // bit positions and bit totals, which can pass INT_MAX
 
+// Eight bytes as one word, in memory order.
+inline Word Load(const unsigned char* p) {
+    Word w;
+    std::memcpy(&w, p, sizeof w);
+    return w;
+}
+
+// The length less its trailing zero bytes.
+inline int TrimmedLength(const unsigned char* p, int length) {
+    while (length >= 8 && Load(p + length - 8) == 0) length -= 8;
+    while (length > 0 && p[length - 1] == 0) --length;
+    return length;
+}
+
 // The 64 bits of a bitmap from byte `byte` on (a multiple of 8), bit 0 lowest; bytes
 // at or past `size` read 0.
 inline Word LoadWord(const unsigned char* p, std::size_t size, std::size_t byte) {
-    Word w = 0;
-    if (byte < size) std::memcpy(&w, p + byte, std::min<std::size_t>(8, size - byte));
-    if constexpr (std::endian::native == std::endian::big) w = __builtin_bswap64(w);
-    return w;
+    if (byte + 8 <= size) return DecodeFixed64(p + byte);
+    unsigned char tail[8] = {};
+    if (byte < size) std::memcpy(tail, p + byte, size - byte);
+    return DecodeFixed64(tail);
 }
 }  // namespace dorvik::bits

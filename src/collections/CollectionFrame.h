@@ -10,7 +10,7 @@
 #include "dorvik/BinFile.h"
 #include "dorvik/BitArray.h"
 #include "dorvik/BitsBinFile.h"
-#include "dorvik/MemBinFile.h"
+#include "dorvik/MemBitsBinFile.h"
 #include "dorvik/Operation.h"
 #include "frame/TempFile.h"
 

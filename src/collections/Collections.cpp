@@ -5,7 +5,6 @@
 #include <memory>
 
 #include "collections/CollectionFrame.h"
-#include "dorvik/MemBinFile.h"
 
 using namespace dorvik::collections;
 

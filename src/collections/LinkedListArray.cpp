@@ -1,12 +1,12 @@
 // Linked list arrays: values chained per list in a temporary node file.
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <vector>
 
 #include "dorvik/Collections.h"
 
 #include "collections/CollectionFrame.h"
+#include "frame/Coding.h"
 #include "frame/TempFile.h"
 
 using namespace dorvik::collections;
@@ -66,7 +66,9 @@ public:
             m_to = m_from + m_file.Read(m_piece.data(), std::min(block, m_end - m_from));
             if (head + 4 > m_to) return false;
         }
-        std::memcpy(node, m_piece.data() + (head - 4 - m_from), sizeof node);
+        const unsigned char* at = m_piece.data() + (head - 4 - m_from);
+        node[0] = dorvik::DecodeFixed32(at);
+        node[1] = dorvik::DecodeFixed32(at + 4);
         return true;
     }
 
@@ -143,7 +145,9 @@ int CLinkedListArray::AddValue(int list, int value) {
     if (list >= GetSize()) SetAtGrow(list, nullptr);
     // The position stays at the end of the node file between calls.
     DWORD end = m_TempFile.GetPosition();
-    DWORD node[2] = {static_cast<DWORD>(value), Head(*this, list)};
+    unsigned char node[kNodeBytes];
+    dorvik::EncodeFixed32(node, static_cast<DWORD>(value));
+    dorvik::EncodeFixed32(node + 4, Head(*this, list));
     m_TempFile.Write(node, sizeof node);
     SetAt(list, AsSlot(end + 4));
     if (list >= m_aCounts.GetSize()) m_aCounts.SetSize(list + 1, -1);
