@@ -42,11 +42,9 @@ public:
     // Opens through the CBinFile constructor (which throws CFileException when the file
     // cannot be opened).
     CTextBinFile(const char* path, UINT flags);
-    // Deletes the filter and releases the blocks; the index file is left alone. In
-    // sort-tree mode the words are first written to the file as FreeSortTree does, but
-    // the index file is not touched (it may be destroyed already) and so does not list
-    // the words added in that mode. Errors of that write are dropped (a destructor never
-    // throws): call Close or FreeSortTree to rebuild the index file and see errors.
+    // Deletes the filter and releases the blocks; the index file is left alone. Words
+    // added in sort-tree mode and not yet written by FreeSortTree or Close are lost: the
+    // file stays as it was before InitSortTree.
     ~CTextBinFile() override;
 
     // The inherited forms stay visible; they take record numbers, except the GetRecord
@@ -72,9 +70,9 @@ public:
     void SetIndexFile(CIXFile* index) { m_pIndexFile = index; }
     CIXFile* GetIndexFile() const { return m_pIndexFile; }
     // Replaces the filter by a copy of `length` bytes of `bits` (bit p set: view position
-    // p belongs to the view); null bits or a length of 0 or less removes it. Ignored in
-    // sort-tree mode, where the view must not change under the tree. Throws
-    // CMemoryException.
+    // p belongs to the view); null bits or a length of 0 removes it, and a negative
+    // length leaves an empty filter, an empty view. Ignored in sort-tree mode, where the
+    // view must not change under the tree. Throws CMemoryException.
     void SetFilter(unsigned char* bits, int length);
     // The filter, or null. It stays the property of the file.
     CBitArray* GetFilter() const { return m_pFilter; }
