@@ -13,8 +13,9 @@
 #include "dorvik/MyDWordArray.h"
 #include "dorvik/SortTree.h"
 
+#include "BenchUtil.h"
+
 namespace {
-std::string BenchPath(const char* name) { return std::string("/tmp/dorvik-bench-sort-") + name; }
 
 // A file of `count` 4-byte records: random values, or 0..count-1 when `sorted`.
 void BuildValueFile(const std::string& path, int count, bool sorted) {
@@ -28,8 +29,8 @@ void BuildValueFile(const std::string& path, int count, bool sorted) {
 
 void SortFile(benchmark::State& state, bool sorted) {
     int count = static_cast<int>(state.range(0));
-    std::string source = BenchPath(sorted ? "sorted.ix" : "random.ix");
-    std::string target = BenchPath("order.ix");
+    std::string source = BenchPath(sorted ? "sort-sorted.ix" : "sort-random.ix");
+    std::string target = BenchPath("sort-order.ix");
     BuildValueFile(source, count, sorted);
     CIXFile file(source.c_str(), CFile::modeRead);
     for (auto _ : state) {
@@ -82,8 +83,8 @@ BENCHMARK(BM_SortTreeInsertRandom)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
 // scan from the start.
 void FindValues(benchmark::State& state, bool indexed) {
     int count = static_cast<int>(state.range(0));
-    std::string source = BenchPath("find.ix");
-    std::string index = BenchPath("find-index.ix");
+    std::string source = BenchPath("sort-find.ix");
+    std::string index = BenchPath("sort-find-index.ix");
     BuildValueFile(source, count, false);
     CIXFile file(source.c_str(), CFile::modeRead);
     CIXFile order(index.c_str(), CFile::modeCreate | CFile::modeReadWrite);

@@ -82,7 +82,8 @@ public:
     // The number of serials: the filter's count of set bits when there is a filter; else
     // in sort-tree mode the tree's count (a repeat that a unique tree refused does not
     // count); else the number of records. A serial whose index file entry names no
-    // record reads as the empty string.
+    // record reads as the empty string. This hides CBinFile::GetRecordCount (the name
+    // is fixed): call CBinFile::GetRecordCount() for the number of records in the file.
     int GetRecordCount();
     // The record number of a serial; -1 when the serial lies outside the view or the
     // index file names no record of the file.
@@ -111,6 +112,10 @@ public:
     // to the tree like the five-argument Add.
     void Add(const char* text);
     // Adds a word of `length` bytes (-1: strlen; a null text is the empty word).
+    // Cost: a sorted Add shifts the tail of the data file (without index file) or of the
+    // index file (with one) for every word; to load many words use the sort-tree mode,
+    // which writes both files once (bench: --benchmark_filter=TextBulkBuild against
+    // --benchmark_filter=TextSortedAdd).
     // Plain mode: with `sorted` (always with an index file) a binary search over the
     // view finds its place, reading at most length + 1 bytes of each probed word; an
     // equal word found with `duplicates` false refuses the word. The word goes in behind
