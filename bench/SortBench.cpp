@@ -44,10 +44,18 @@ void SortFile(benchmark::State& state, bool sorted) {
 }
 
 void BM_IXFileSortRandom(benchmark::State& state) { SortFile(state, false); }
-BENCHMARK(BM_IXFileSortRandom)->Arg(1 << 20)->Arg(10000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_IXFileSortRandom)
+    ->Arg(1 << 20)
+    ->Arg(10000000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 void BM_IXFileSortSorted(benchmark::State& state) { SortFile(state, true); }
-BENCHMARK(BM_IXFileSortSorted)->Arg(1 << 20)->Arg(10000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_IXFileSortSorted)
+    ->Arg(1 << 20)
+    ->Arg(10000000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 void BM_SortTreeInsertSorted(benchmark::State& state) {
     int count = static_cast<int>(state.range(0));
@@ -60,7 +68,11 @@ void BM_SortTreeInsertSorted(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * count);
 }
-BENCHMARK(BM_SortTreeInsertSorted)->Arg(1 << 20)->Arg(10000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SortTreeInsertSorted)
+    ->Arg(1 << 20)
+    ->Arg(10000000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 // What a tree costs on random keys, next to the sort that CIXFile::Sort uses.
 void BM_SortTreeInsertRandom(benchmark::State& state) {
@@ -77,7 +89,7 @@ void BM_SortTreeInsertRandom(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * count);
 }
-BENCHMARK(BM_SortTreeInsertRandom)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SortTreeInsertRandom)->Arg(1 << 20)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // Look-ups of values that are in the file: binary search through the index file, or a
 // scan from the start.
@@ -107,8 +119,8 @@ void FindValues(benchmark::State& state, bool indexed) {
 }
 
 void BM_IXFileFindIndexed(benchmark::State& state) { FindValues(state, true); }
-BENCHMARK(BM_IXFileFindIndexed)->Arg(1 << 20);
+BENCHMARK(BM_IXFileFindIndexed)->Arg(1 << 20)->UseRealTime();
 
 void BM_IXFileFindScan(benchmark::State& state) { FindValues(state, false); }
-BENCHMARK(BM_IXFileFindScan)->Arg(1 << 20)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_IXFileFindScan)->Arg(1 << 20)->Unit(benchmark::kMicrosecond)->UseRealTime();
 }  // namespace

@@ -1,6 +1,7 @@
 #include "TestUtil.h"
 
 #include "dorvik/BinFile.h"
+#include "dorvik/Platform.h"
 
 #include <sys/stat.h>
 
@@ -91,4 +92,39 @@ std::vector<std::string> RecordsOf(CBinFile& file) {
         DropBlock(b);
     }
     return out;
+}
+
+std::vector<int> SetBits(const CBitArray& bits) {
+    std::vector<int> out;
+    for (int i = 0; i < bits.GetLength() * 8; ++i)
+        if (bits.GetAt(i)) out.push_back(i);
+    return out;
+}
+
+CBitArray BitsOf(std::initializer_list<int> bits) {
+    CBitArray a;
+    for (int b : bits) a.SetAt(b);
+    return a;
+}
+
+BlockLimit::BlockLimit(std::size_t limit) : m_old(DorvikSetBlockLimit(limit)) {}
+
+BlockLimit::~BlockLimit() { DorvikSetBlockLimit(m_old); }
+
+namespace {
+MessageCapture* g_capture = nullptr;
+
+int Capture(const char* text, UINT type, UINT help) {
+    if (g_capture)
+        g_capture->messages.push_back(std::string(text) + "|" + std::to_string(type) + "|" +
+                                      std::to_string(help));
+    return 1;
+}
+}  // namespace
+
+MessageCapture::MessageCapture() : m_old(AfxSetMessageHandler(&Capture)) { g_capture = this; }
+
+MessageCapture::~MessageCapture() {
+    g_capture = nullptr;
+    AfxSetMessageHandler(m_old);
 }
