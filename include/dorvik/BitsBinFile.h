@@ -76,9 +76,9 @@ public:
     // Cost: each change reads and expands the whole record, compresses it again and
     // rewrites it, which moves every stored byte behind it and, in safe mode, the table
     // tail. Building an index posting by posting is quadratic: 2,000 documents of 30
-    // words took 1 s this way and 7 ms through CBitArrayArray (Collections.h) and one
-    // Save, which writes the same bytes (bench: --benchmark_filter=Postings). Gather
-    // postings in a collection and save once.
+    // words take seconds this way and milliseconds through CBitArrayArray
+    // (Collections.h) and one Save, which writes the same bytes (bench:
+    // --benchmark_filter=Postings). Gather postings in a collection and save once.
     virtual void SetAt(int index, int bit);
     virtual void ResetAt(int index, int bit);
     virtual bool GetAt(int index, int bit);
