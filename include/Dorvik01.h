@@ -12,6 +12,7 @@
 #include "dorvik/File.h"
 #include "dorvik/HtmlText.h"
 #include "dorvik/IXFile.h"
+#include "dorvik/Maps.h"
 #include "dorvik/MemBinFile.h"
 #include "dorvik/MemFile.h"
 #include "dorvik/MemNDimBinFile.h"
@@ -23,3 +24,5 @@
 #include "dorvik/String.h"
 #include "dorvik/StringToken.h"
 #include "dorvik/TextBinFile.h"
+#include "dorvik/XMLDocument.h"
+#include "dorvik/XMLNode.h"
