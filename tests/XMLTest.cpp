@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Dorvik01.h"
@@ -402,6 +403,22 @@ TEST(XMLParser, RealDocumentsKeepTreeAndBytesThroughSaveAndLoad) {
     EXPECT_NE(
         arabic.GetRoot()->Find("entry", "root", "\xD9\x83\xD8\xAA\xD8\xA8", false, true, false),
         nullptr);
+}
+
+TEST(XMLDocument, TreesMayBeMadeOnOneThreadAndFreedOnAnother) {
+    std::string xml = "<r>";
+    for (int i = 0; i < 2000; ++i) xml += "<a><b/></a>";
+    xml += "</r>";
+    CXMLDocument made;
+    std::thread([&] { EXPECT_TRUE(made.LoadXML(xml.c_str())); }).join();
+    CXMLDocument copy(made);  // on this thread, while the maker has ended
+    made.Free();
+    std::thread([&] {
+        CXMLDocument again;  // takes over the cells that the ended thread left
+        EXPECT_TRUE(again.LoadXML(xml.c_str()));
+        EXPECT_EQ(Tree(again), Tree(copy));
+    }).join();
+    EXPECT_EQ(copy.GetRoot()->GetLength(), 2000);
 }
 
 TEST(XMLDocument, CopiesAreDeepAndKeepRootAndSwitches) {

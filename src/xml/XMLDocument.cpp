@@ -70,6 +70,7 @@ bool CXMLDocument::Load(const char* path) {
 }
 
 bool CXMLDocument::Load(CFile* file) {
+    if (!file) return false;
     std::size_t length = file->GetLength();
     std::unique_ptr<char, void (*)(void*)> buffer(static_cast<char*>(GrabBlock(length + 1)),
                                                   DropBlock);
