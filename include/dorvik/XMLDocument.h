@@ -69,8 +69,9 @@ public:
     // opened or read.
     bool Load(const char* path);
     // Reads `file` from its position to its end and gives the result of LoadXML on what
-    // was read (false for a null file, with nothing changed). Costs a buffer of the file's length while it runs. Throws
-    // CFileException on a read error, CMemoryException when the buffer cannot be had.
+    // was read (false for a null file, with nothing changed). Costs a buffer of the file's length
+    // while it runs. Throws CFileException on a read error, CMemoryException when the buffer cannot
+    // be had.
     bool Load(CFile* file);
     // Free(), then a new document node and the scan of `xml` (a C string; null reads as
     // ""). True when the text was read by the rules above. A load that fails leaves

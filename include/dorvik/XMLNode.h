@@ -37,7 +37,8 @@ public:
     // An empty node: empty name and text, no parent, no children, data 0, not special,
     // children not kept by name.
     CXMLNode();
-    // Deletes the subtree (FreeNode).
+    // Deletes the subtree (FreeNode). Delete only a node without a parent: a child
+    // leaves its parent through RemoveNode.
     virtual ~CXMLNode();
     // Nodes are not copy-constructed: assign into a new node to copy a subtree.
     CXMLNode(const CXMLNode&) = delete;
@@ -180,7 +181,8 @@ public:
     // children first to last, a node before its descendants (the first match in
     // document order); otherwise last to first, descendants before the node (the last
     // match in document order). When this node keeps its children by name, only the
-    // child under `name` is looked at (and, recursively, the same look-up below it).
+    // child under `name` is looked at, and (recursively) the search goes on below that
+    // child alone. Costs O(size of the subtree) at most.
     CXMLNode* Find(const char* name, const char* attribute, const char* value, bool recursive,
                    bool forward, bool contains) const;
     // Find(start, name, nullptr, nullptr, how).
