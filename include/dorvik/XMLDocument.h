@@ -25,7 +25,7 @@
 //   an end tag that does not close the      false
 //     open element
 //   an attribute value without a quote      false
-//   in front of it (also "a=" at the end)
+//     in front of it (also "a=" at the end)
 //   an attribute value without a closing    its value is empty; the scan goes on from
 //     quote                                 the opening quote
 //   a tag with a blank but no = behind it   the whole tag text is the name ("a b")
@@ -69,9 +69,9 @@ public:
     // opened or read.
     bool Load(const char* path);
     // Reads `file` from its position to its end and gives the result of LoadXML on what
-    // was read (false for a null file, with nothing changed). Costs a buffer of the file's length
-    // while it runs. Throws CFileException on a read error, CMemoryException when the buffer cannot
-    // be had.
+    // was read (false for a null file, with nothing changed). Costs a buffer of the
+    // file's length while it runs. Throws CFileException on a read error,
+    // CMemoryException when the buffer cannot be had.
     bool Load(CFile* file);
     // Free(), then a new document node and the scan of `xml` (a C string; null reads as
     // ""). True when the text was read by the rules above. A load that fails leaves
