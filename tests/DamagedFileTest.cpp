@@ -53,17 +53,6 @@ extern "C" void OnHang(int) {
     _exit(3);
 }
 
-class BlockLimit {
-public:
-    explicit BlockLimit(std::size_t limit) : m_old(DorvikSetBlockLimit(limit)) {}
-    ~BlockLimit() { DorvikSetBlockLimit(m_old); }
-    BlockLimit(const BlockLimit&) = delete;
-    BlockLimit& operator=(const BlockLimit&) = delete;
-
-private:
-    std::size_t m_old;
-};
-
 // Runs a step of a reader; a CFileException (the file is refused) ends only that step.
 void Step(const std::function<void()>& step) {
     try {
@@ -528,12 +517,8 @@ Bytes RecordFileBytes() {
 Bytes BitsFileBytes() {
     return Build([](const std::string& path) {
         CBitsBinFile f(path.c_str(), CFile::modeCreate | CFile::modeReadWrite);
-        for (const std::vector<int>& set : std::vector<std::vector<int>>{
-                 {1, 5, 9}, {}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13}, {100, 300}, {7}}) {
-            CBitArray bits;
-            for (int b : set) bits.SetAt(b);
-            f.Add(&bits);
-        }
+        AddRows(f,
+                {{1, 5, 9}, {}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13}, {100, 300}, {7}});
     });
 }
 

@@ -20,17 +20,6 @@ namespace {
 // which a test need not really take.
 constexpr std::size_t kBlockLimit = 64 << 20;
 
-class BlockLimit {
-public:
-    BlockLimit() : m_old(DorvikSetBlockLimit(kBlockLimit)) {}
-    ~BlockLimit() { DorvikSetBlockLimit(m_old); }
-    BlockLimit(const BlockLimit&) = delete;
-    BlockLimit& operator=(const BlockLimit&) = delete;
-
-private:
-    std::size_t m_old;
-};
-
 // One argument of one call. `count` is what "the count" means for it (records, bytes or
 // bits). An argument that sizes the caller's own array (a list and its count, a buffer
 // and its length) is not tried at INT_MAX: there the call would rightly read the
@@ -68,7 +57,7 @@ void TryOnFile(const Bytes& fixture, const std::vector<Call<T>>& calls, bool rec
         bool refused = false;
         {
             T file(path.c_str(), CFile::modeReadWrite);
-            BlockLimit limit;
+            BlockLimit limit(kBlockLimit);
             try {
                 call.run(file, v);
             } catch (const CFileException&) {
@@ -193,13 +182,7 @@ TEST(ExtremeArguments, BitRecordFile) {
     const Bytes fixture = [] {
         TempDir dir;
         CBitsBinFile f(dir.Path("b").c_str(), CFile::modeCreate | CFile::modeReadWrite);
-        CBitArray a, empty, b;
-        a.SetAt(3);
-        a.SetAt(9);
-        b.SetRange(0, 10);
-        f.Add(&a);
-        f.Add(&empty);
-        f.Add(&b);
+        AddRows(f, {{3, 9}, {}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}});
         f.Close();
         return ReadAll(dir.Path("b"));
     }();
@@ -521,7 +504,7 @@ TEST(ExtremeArguments, BitArray) {
         const Bytes before(a.GetBuffer(), a.GetBuffer() + a.GetLength());
         bool refused = false;
         {
-            BlockLimit limit;
+            BlockLimit limit(kBlockLimit);
             try {
                 call.run(a, v);
             } catch (const CMemoryException&) {

@@ -247,21 +247,18 @@ void CBinFile::GetRecords(int first, int last, unsigned char*& buffer, int& leng
         length = 0;
         return;
     }
-    // The seek comes first and the block stays ours until the read is done: a failure
-    // leaves the caller's buffer as it was and loses no block.
+    // The seek comes first, and a block is handed out only once the read succeeded: a
+    // failure leaves the caller's buffer as it was and no block behind.
     Seek(static_cast<LONG>(start), begin);
     if (allocate) {
-        dorvik::Block<> block = dorvik::GrabOrThrow(n + 1);
-        Read(block.get(), n);
-        buffer = block.release();
+        dorvik::Block<> held = dorvik::GrabOrThrow(n + 1);
+        Read(held.get(), n);
+        buffer = held.release();
         length = static_cast<int>(n);
         return;
     }
-    if (length < 0) {
-        length = 0;
-    } else if (static_cast<DWORD>(length) > n) {
-        length = static_cast<int>(n);
-    }
+    if (length < 0) length = 0;
+    if (static_cast<DWORD>(length) > n) length = static_cast<int>(n);
     if (length > 0) Read(buffer, static_cast<UINT>(length));
 }
 
