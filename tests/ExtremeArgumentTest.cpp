@@ -521,7 +521,7 @@ TEST(ExtremeArguments, BitArray) {
     });
 }
 
-// The cases that grew past the end of the numbering, one by one.
+// Numbers past the end that once overflowed, one by one: each refuses or means what it says.
 TEST(ExtremeArguments, NumbersPastTheEndRefuseOrMeanWhatTheySay) {
     TempDir dir;
     WriteAll(dir.Path("r"), kRecords);
