@@ -15,6 +15,7 @@
 #include "dorvik/HtmlText.h"
 #include "dorvik/IXFile.h"
 #include "dorvik/MemBinFile.h"
+#include "dorvik/MemBitsBinFile.h"
 #include "dorvik/MemFile.h"
 #include "dorvik/MemNDimBinFile.h"
 #include "dorvik/MyDWordArray.h"

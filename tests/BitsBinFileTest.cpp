@@ -7,9 +7,9 @@
 
 #include "Dorvik01.h"
 #include "TestUtil.h"
+#include "bits/CompressedForm.h"
 #include "dorvik/BitArray.h"
 #include "dorvik/BitsBinFile.h"
-#include "index/BitRecord.h"
 
 namespace {
 CBitArray Bits(std::initializer_list<int> bits) {
@@ -234,10 +234,10 @@ TEST(BitRecordFile, CompressedFormsAreBuiltAndWalkedWithoutExpanding) {
         unsigned char* expected = nullptr;
         int expectedLength = 0;
         CBitArray::Compress(plain.GetBuffer(), plain.GetLength(), expected, expectedLength);
-        std::vector<unsigned char> built = dorvik::CompressSortedBits(bits);
+        std::vector<unsigned char> built = dorvik::form::EncodeSortedBits(bits);
         ASSERT_EQ(built, Bytes(expected, expected + expectedLength));
         std::vector<unsigned> walked;
-        dorvik::ForEachCompressedBit(
+        dorvik::form::ForEachSetBit(
             built.data(), static_cast<int>(built.size()),
             [&](long long bit) { walked.push_back(static_cast<unsigned>(bit)); });
         EXPECT_EQ(walked, bits);

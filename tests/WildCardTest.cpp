@@ -70,7 +70,10 @@ TEST(WildCardSearch, MatchesLettersQuestionMarksAndStars) {
     EXPECT_EQ(w.Find("*ab*"), Hits(1, {0, 1, 2, 3, 9, 10}));
     EXPECT_EQ(w.Find("a*b"), w.Find("*a*b"));
     EXPECT_EQ(w.Find("a*b"), Hits(1, {0, 3, 8, 9, 10}));
-    EXPECT_EQ(w.Find("ab**"), w.Find("ab*"));
+    // Two stars at the end: the second matches nothing from the letter reached.
+    EXPECT_EQ(w.Find("ab**"), Hits(-1, {}));
+    EXPECT_EQ(w.Find("?**"), Hits(-1, {}));
+    EXPECT_EQ(w.Find("b?*"), Hits(1, {5, 7}));  // a ? before a final star asks for nothing
     EXPECT_EQ(w.Find("*"), Hits(1, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
     EXPECT_EQ(w.Find("**"), w.Find("*"));
     EXPECT_EQ(w.Find(""), Hits(-1, {}));
@@ -81,6 +84,14 @@ TEST(WildCardSearch, MatchesLettersQuestionMarksAndStars) {
     EXPECT_EQ(w.Find(nullptr, opGreater).second.size(), 10u);
     EXPECT_EQ(w.Find("AB", opEqual, true), Hits(1, {0, 3, 9}));
     EXPECT_EQ(w.Find("AB", opEqual, false), Hits(-1, {}));
+}
+
+TEST(WildCardSearch, AnInnerStarTriesTheFirstStartPositionOnly) {
+    Dictionary w({"ddeb", "eedad", "eb", "ad", "ecb"});
+    EXPECT_EQ(w.Find("*e*b"), Hits(1, {2, 4}));  // not ddeb: e must come first
+    EXPECT_EQ(w.Find("*e*b"), w.Find("e*b"));
+    EXPECT_EQ(w.Find("*a*d"), Hits(1, {3}));  // not eedad
+    EXPECT_EQ(w.Find("*eb"), Hits(1, {0, 2}));
 }
 
 TEST(WildCardSearch, MarksInThePatternMustStandInTheirPlace) {

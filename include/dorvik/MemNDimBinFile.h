@@ -1,11 +1,13 @@
-// In-memory twins of the nested record files (see MemBinFile.h for what a twin is).
+// In-memory twins of the nested record files (see MemTwin.h for what a twin is).
 #pragma once
 
-#include "MemBinFile.h"
+#include "MemTwin.h"
 #include "NDimBinFile.h"
 #include "NDimBitsBinFile.h"
 
+extern template class CMemTwinBase<CBaseMemFile, CNDimBinFile>;
 extern template class CMemTwin<CNDimBinFile>;
+extern template class CMemTwinBase<CBaseMemFile, CNDimBitsBinFile>;
 extern template class CMemTwin<CNDimBitsBinFile>;
 
 // A nested record file in memory.

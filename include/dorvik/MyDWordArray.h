@@ -44,8 +44,8 @@ public:
     DWORD* Detach();
     // The size in bytes: 4 * GetSize().
     int GetLength() const { return m_nSize * 4; }
-    // Replaces the content with a copy of the whole 32-bit elements of `length` bytes
-    // at `buffer` (host order); not modified. Throws CMemoryException.
+    // Replaces the content with the whole 32-bit elements of `length` bytes at `buffer`,
+    // read little-endian as in the file form; not modified. Throws CMemoryException.
     void Init(const unsigned char* buffer, int length);
 
     // Element `index`, through the index array when one is set.
@@ -102,9 +102,6 @@ protected:
     // Physical position of view position `index` (unchanged without index array);
     // marks the index array modified. -1 when the index array has no such element.
     int Physical(int index) const;
-    // The binary search of the view: true when `value` is found at `middle`; `low` and
-    // `high` end where the search leaves them.
-    bool Locate(DWORD value, int& low, int& high, int& middle) const;
 
     CMyDWordArray* m_pIndexFile = nullptr;
     bool m_bModified = false;

@@ -11,8 +11,8 @@
 // Every table word read on the walk is checked against the image it stands in: a
 // corrupt nested image makes its path lead nowhere, never a read outside it. The path
 // operations work in safe and in not safe mode (the top file's own table is taken
-// from memory). The caller owns `indices`; operations that create put back every
-// value they change in it. Negative numbers in a path lead nowhere.
+// from memory). The caller owns `indices`, which no operation changes. Negative numbers
+// in a path lead nowhere.
 #pragma once
 
 #include <functional>
@@ -72,12 +72,22 @@ public:
     int GetRecordCount(int dim, int* indices);
 
 private:
+    // The range of the bytes at the path inside the top image; false when it leads
+    // nowhere or to an empty record. With `create` the path is made first (MakePath).
     bool GetFileInfo(int dim, int* indices, int& length, int& address, bool create);
+    // Finds the path (dim 1 or more) without changing anything: false when it leads
+    // nowhere; true with `size` 0 when it ends at an empty record.
+    bool WalkPath(int dim, int* indices, DWORD& address, DWORD& size);
+    // Makes the path exist below the top file: each missing nested file is created and
+    // each file too short grows to hold the record the path names. The top file is not
+    // extended; a path that leads into bytes that are no record file image throws
+    // CFileException from the change on them.
+    void MakePath(int dim, int* indices);
     bool ReadFile(int dim, int* indices, unsigned char*& buffer, int& length, bool create);
     void WriteFile(int dim, int* indices, unsigned char* data, int length);
     // One step of the walk: the range of record `index` inside the image that ends at
-    // `end` and has `size` bytes; -1 in `size` when the image holds no such record.
-    bool Step(int index, DWORD& end, DWORD& size);
+    // `imageEnd` and has `size` bytes; -1 in `size` when the image holds no such record.
+    bool Step(int index, DWORD& imageEnd, DWORD& size);
     unsigned char* ReadTopImage(int& length);
     // Reads the file at the path into memory (a new empty file when there is none),
     // applies `change` to it and writes the new image back in its place.

@@ -16,25 +16,7 @@
 // the byte (0..255), size 2 the 16-bit word (0..65535), size 3 -1 when bit 23 is set and
 // else the low 23 bits; size 4 and above the first 4 bytes as a signed number. A null
 // record, or a size below 1, reads nothing and gives 0.
-inline int GetRecordValue(const void* record, int size) {
-    if (!record || size < 1) return 0;
-    const BYTE* p = static_cast<const BYTE*>(record);
-    switch (size) {
-        case 1:
-            return p[0];
-        case 2:
-            return p[0] | (p[1] << 8);
-        case 3: {
-            DWORD v = p[0] | (p[1] << 8) | (static_cast<DWORD>(p[2]) << 16);
-            return (v & 0x800000) ? -1 : static_cast<int>(v & 0x7FFFFF);
-        }
-        default: {
-            DWORD v = p[0] | (p[1] << 8) | (static_cast<DWORD>(p[2]) << 16) |
-                      (static_cast<DWORD>(p[3]) << 24);
-            return static_cast<int>(v);
-        }
-    }
-}
+DORVIK_API int GetRecordValue(const void* record, int size);
 
 // A key that orders as a signed 32-bit number (so 0xFFFFFFFF sorts as -1, below 0).
 class DORVIK_API CInt {

@@ -184,15 +184,27 @@ public:
     //  - `wholeWord` alone: the text stands in the record between the record's start or a
     //    blank and a blank or the record's end (an empty text finds nothing);
     //  - otherwise: the text stands anywhere in the record.
-    // `binary` bisects a view that must be sorted: O(log n) reads find the end of the
-    // run of matching words on the side the search comes from, and the run is walked
-    // from there. It needs `anchored` (without it the view is walked). The result is the
-    // walk's: the lowest match above `start` forward, the highest below it backward
-    // (with `wrap`, in the second pass, the same within its range).
-    // `accept` (or null) is called with each serial before it is tested: -1 ends the
-    // search with -1, 1 tests the word, any other value skips it. With `binary` the
-    // bisection does not call it, only the walk over the run: the first accepted match
-    // of the run is the result, and a run without one gives nothing.
+    // A `start` below -1 counts as -1, one above the count as the count: serials outside
+    // the view are never tested.
+    // `binary` bisects a view that must be sorted, and needs `anchored` (without it the
+    // view is walked). A binary pass probes the middle (first + last) / 2 of its range:
+    // a record that compares above the text moves `last` below the probe, any other
+    // moves `first` above it. On a hit the pass turns round and walks the run of words
+    // that begin with the text (strncmp over its length) back towards `start`, and
+    // returns the first word of that run in the order of the search, which may differ
+    // from the walk's answer. In the second pass of a wrap the run lies behind `start`,
+    // so the probe's hit itself is returned: in the sorted view a, ab, ab cd, ab!, abab,
+    // abc, abd, abd x, b, ba, bab, c, ca, cab a forward search for "a" from 7 with `wrap`
+    // gives 3, where walking gives 0. Backward (a decision) the bisection is the same and
+    // the walk runs upward over the words that compare as the hit did, giving the last
+    // of them below `start`. Without `accept` and `ignore` the run is measured by
+    // galloping, in reads logarithmic in its length; with either it is walked word by
+    // word.
+    // `accept` (or null) is called with each serial before it is tested, the probes of a
+    // bisection and the steps of its walk included: -1 ends the search with -1, 1 tests
+    // the word, any other value skips it. A probe that is skipped moves `first` above it,
+    // as a record below the text would (a decision). A skipped step of the walk is
+    // stepped over.
     // Throws CFileException from the reads.
     int Find(int start, const char* text, const char* ignore, bool backward, bool wholeWord,
              bool anchored, bool wrap, bool binary, bool exact, int (*accept)(int));
@@ -208,9 +220,31 @@ public:
     void IndexForWildCards(CBinFile* file, const char* marks, bool (*progress)(int, int));
     // The same into a new file at `path` (created, or emptied when it exists).
     void IndexForWildCards(const char* path, const char* marks, bool (*progress)(int, int));
-    // Sets in `result` the records whose shape matches `pattern` (`?` one letter, `*`
-    // any run); a null pattern selects by emptiness. Returns 1 when `result` holds a
-    // record, -1 when it is empty.
+    // Clears `result`, then sets in it the records whose shape matches `pattern`, read
+    // through the wildcard index alone. This is the engine's own dialect, not a shell
+    // glob:
+    //  - a letter is any byte that is not one of DiacriticMarks; a mark in the pattern
+    //    must stand in that place of the run of marks on its letter, and marks that the
+    //    pattern does not name are free, so a bare word finds all its marked forms;
+    //  - `?` and the byte BF each stand for one letter;
+    //  - without `*` the letter count is pinned: "ab" finds only words of two letters;
+    //  - a `*` as the last character frees the length from there on: "ab*" finds the
+    //    words that begin with ab; "b?*" finds "b" too, and "?*" finds nothing (no letter
+    //    was read before the star);
+    //  - leading stars try each start position: "*ab" finds the words that end in ab,
+    //    "*ab*" the words that hold it;
+    //  - any other `*` matches the rest of the pattern from the letter reached, and the
+    //    part before it is tried at the first start position only: "*e*b" acts as "e*b"
+    //    and misses ddeb, "*a*d" misses eedad;
+    //  - "*" and "**" alone select every record, empty ones included; two or more stars
+    //    at the end of anything else ("a**") select nothing;
+    //  - an empty pattern selects nothing; a null one selects by emptiness: the
+    //    non-empty records, or with `op` exactly opEqual the empty ones.
+    // `op` with both opEqual and opNot (9) inverts the selection over GetRecordCount()
+    // records; other values select as opEqual. `ignoreCase` also takes the other case of
+    // each byte, by the C library's tolower and toupper under the process locale.
+    // `marks` is carried along and never read: the marks of a pattern are always
+    // DiacriticMarks. Returns 1 when `result` holds a record, -1 when it is empty.
     int Find(CNDimBitsBinFile* index, const char* pattern, Operation op, const char* marks,
              bool ignoreCase, CBitArray& result);
     // The same through the wildcard index file at `path`, opened for the call.

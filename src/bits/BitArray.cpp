@@ -11,17 +11,14 @@
 #include "dorvik/Exceptions.h"
 
 #include "bits/Words.h"
+#include "frame/Block.h"
 
 namespace {
 using dorvik::bits::Bits;
+using dorvik::bits::Load;
+using dorvik::bits::TrimmedLength;
 using dorvik::bits::Word;
 constexpr int kGrowthMargin = 100;
-
-Word Load(const unsigned char* p) {
-    Word w;
-    std::memcpy(&w, p, sizeof w);
-    return w;
-}
 
 void Store(unsigned char* p, Word w) { std::memcpy(p, &w, sizeof w); }
 
@@ -62,13 +59,6 @@ bool AllZero(const unsigned char* p, std::size_t n) {
     for (; i < n; ++i)
         if (p[i]) return false;
     return true;
-}
-
-// The length less its trailing zero bytes.
-int TrimmedLength(const unsigned char* p, int length) {
-    while (length >= 8 && Load(p + length - 8) == 0) length -= 8;
-    while (length > 0 && p[length - 1] == 0) --length;
-    return length;
 }
 
 enum class Fill { set, reset, flip };
@@ -243,8 +233,7 @@ void CBitArray::Reserve(int length) {
         m_pBuffer =
             static_cast<unsigned char*>(RegrowBlock(m_pBuffer, static_cast<std::size_t>(capacity)));
     } else {
-        m_pBuffer = static_cast<unsigned char*>(GrabBlock(static_cast<std::size_t>(capacity)));
-        if (!m_pBuffer) throw CMemoryException();
+        m_pBuffer = dorvik::GrabOrThrow(static_cast<std::size_t>(capacity)).release();
     }
     m_nCapacity = static_cast<int>(capacity);
 }
@@ -277,8 +266,7 @@ void CBitArray::GrowTo(std::int64_t length) {
 void CBitArray::Init(const unsigned char* buffer, int length) {
     unsigned char* copy = nullptr;
     if (buffer && length > 0) {
-        copy = static_cast<unsigned char*>(GrabBlock(static_cast<std::size_t>(length)));
-        if (!copy) throw CMemoryException();
+        copy = dorvik::GrabOrThrow(static_cast<std::size_t>(length)).release();
         std::memcpy(copy, buffer, static_cast<std::size_t>(length));
     } else {
         length = 0;

@@ -5,9 +5,12 @@
 #include <new>
 #include <vector>
 
+#include "bits/SortedSearch.h"
 #include "dorvik/BitArray.h"
 #include "dorvik/Exceptions.h"
 #include "dorvik/File.h"
+#include "frame/Block.h"
+#include "frame/Coding.h"
 
 namespace {
 constexpr int kGrowBy = 80;
@@ -19,6 +22,14 @@ thread_local DWORD g_scratch = 0;
 bool Selected(DWORD element, DWORD value, int op) {
     return ((op & opEqual) && element == value) || ((op & opGreater) && element > value) ||
            ((op & opLess) && element < value);
+}
+
+// How view element i stands to `value`, compared unsigned, for the sorted search.
+auto ViewOrder(const CMyDWordArray& array, DWORD value) {
+    return [&array, value](int i) {
+        DWORD element = array.GetAt(i);
+        return element == value ? 0 : (element > value ? 1 : -1);
+    };
 }
 }  // namespace
 
@@ -41,6 +52,7 @@ bool CMyDWordArray::Load(const char* fileName) {
             delete[] block;
             throw;
         }
+        dorvik::FixedToHost32(block, count);
     }
     Attach(block, static_cast<int>(count));
     return true;
@@ -48,7 +60,10 @@ bool CMyDWordArray::Load(const char* fileName) {
 
 void CMyDWordArray::Save(const char* fileName) {
     CFile file(fileName, CFile::modeCreate | CFile::modeWrite | CFile::shareDenyNone);
-    file.Write(m_pData, static_cast<UINT>(m_nSize) * 4u);
+    dorvik::WriteFixed32(m_pData, static_cast<std::size_t>(m_nSize),
+                         [&file](const unsigned char* bytes, std::size_t n) {
+                             file.Write(bytes, static_cast<UINT>(n));
+                         });
     file.Close();
 }
 
@@ -72,7 +87,7 @@ void CMyDWordArray::Init(const unsigned char* buffer, int length) {
     if (count > 0) {
         block = new (std::nothrow) DWORD[static_cast<std::size_t>(count)];
         if (!block) throw CMemoryException();
-        std::memcpy(block, buffer, static_cast<std::size_t>(count) * 4);
+        for (int i = 0; i < count; ++i) block[i] = dorvik::DecodeFixed32(buffer + 4 * i);
     }
     delete[] m_pData;
     m_pData = block;
@@ -157,32 +172,14 @@ void CMyDWordArray::Sort(CMyDWordArray* target) {
     target->Append(order);
 }
 
-bool CMyDWordArray::Locate(DWORD value, int& low, int& high, int& middle) const {
-    low = 0;
-    high = m_nSize - 1;
-    middle = 0;
-    while (low <= high) {
-        middle = low + (high - low) / 2;
-        DWORD element = GetAt(middle);
-        if (element == value) return true;
-        if (value < element)
-            high = middle - 1;
-        else
-            low = middle + 1;
-    }
-    return false;
-}
-
 int CMyDWordArray::Find(DWORD value) {
     if (!m_pIndexFile) {
         for (int i = 0; i < m_nSize; ++i)
             if (m_pData[i] == value) return i;
         return -1;
     }
-    int low, high, middle;
-    if (!Locate(value, low, high, middle)) return -1;
-    while (middle > 0 && GetAt(middle - 1) == value) --middle;
-    return Physical(middle);
+    dorvik::SortedRun run = dorvik::FindSortedRun(m_nSize, ViewOrder(*this, value));
+    return run.found ? Physical(run.low) : -1;
 }
 
 int CMyDWordArray::Find(DWORD value, Operation op, DWORD*& list) {
@@ -191,21 +188,14 @@ int CMyDWordArray::Find(DWORD value, Operation op, DWORD*& list) {
         int count = 0;
         for (int i = 0; i < m_nSize; ++i) count += Selected(m_pData[i], value, flags) ? 1 : 0;
         if (count == 0) return 0;
-        DWORD* block = static_cast<DWORD*>(GrabBlock(static_cast<std::size_t>(count) * 4));
-        if (!block) throw CMemoryException();
+        DWORD* block = dorvik::GrabOrThrow<DWORD>(static_cast<std::size_t>(count) * 4).release();
         int n = 0;
         for (int i = 0; i < m_nSize; ++i)
             if (Selected(m_pData[i], value, flags)) block[n++] = static_cast<DWORD>(i);
         list = block;
         return count;
     }
-    int low, high, middle;
-    bool found = Locate(value, low, high, middle);
-    if (found) {
-        low = high = middle;
-        while (low > 0 && GetAt(low - 1) == value) --low;
-        while (high < m_nSize - 1 && GetAt(high + 1) == value) ++high;
-    }
+    auto [found, low, high] = dorvik::FindSortedRun(m_nSize, ViewOrder(*this, value));
     // The view splits into [0, low) below, [low, high] equal (when found) and
     // (high, size) above the value.
     int count = 0;
@@ -213,8 +203,7 @@ int CMyDWordArray::Find(DWORD value, Operation op, DWORD*& list) {
     if ((flags & opEqual) && found) count += high - low + 1;
     if (flags & opGreater) count += m_nSize - high - 1;
     if (count == 0) return 0;
-    DWORD* block = static_cast<DWORD*>(GrabBlock(static_cast<std::size_t>(count) * 4));
-    if (!block) throw CMemoryException();
+    DWORD* block = dorvik::GrabOrThrow<DWORD>(static_cast<std::size_t>(count) * 4).release();
     int n = 0;
     auto put = [&](int first, int last) {
         for (int i = first; i <= last; ++i) block[n++] = static_cast<DWORD>(Physical(i));
@@ -239,13 +228,7 @@ int CMyDWordArray::Find(DWORD value, Operation op, CBitArray& bits, bool sortedP
         }
         return count;
     }
-    int low, high, middle;
-    bool found = Locate(value, low, high, middle);
-    if (found) {
-        low = high = middle;
-        while (low > 0 && GetAt(low - 1) == value) --low;
-        while (high < m_nSize - 1 && GetAt(high + 1) == value) ++high;
-    }
+    auto [found, low, high] = dorvik::FindSortedRun(m_nSize, ViewOrder(*this, value));
     auto put = [&](int first, int last) {
         if (first > last) return;
         count += last - first + 1;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__SANITIZE_THREAD__)
 // The population count instruction is not in the base x86-64 set; without it the
@@ -16,4 +17,18 @@
 namespace dorvik::bits {
 using Word = std::uint64_t;
 using Bits = std::int64_t;  // bit positions and bit totals, which can pass INT_MAX
+
+// Eight bytes as one word, in memory order.
+inline Word Load(const unsigned char* p) {
+    Word w;
+    std::memcpy(&w, p, sizeof w);
+    return w;
+}
+
+// The length less its trailing zero bytes.
+inline int TrimmedLength(const unsigned char* p, int length) {
+    while (length >= 8 && Load(p + length - 8) == 0) length -= 8;
+    while (length > 0 && p[length - 1] == 0) --length;
+    return length;
+}
 }  // namespace dorvik::bits

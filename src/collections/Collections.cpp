@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "dorvik/MemBinFile.h"
+#include "dorvik/MemBitsBinFile.h"
 #include "frame/TempFile.h"
 
 namespace {

@@ -7,8 +7,10 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "frame/Coding.h"
+
 namespace {
-constexpr std::int64_t kMaxFileSize = 0x7FFFFFFF;  // every offset passes through int
+using dorvik::kMaxFileLength;
 constexpr std::size_t kWriteBehind = 64 * 1024;
 }  // namespace
 
@@ -107,7 +109,7 @@ LONG CFile::Seek(LONG offset, UINT from) {
         throw CFileException(CFileException::badSeek, EINVAL, m_strFileName);
     }
     std::int64_t target = base + offset;
-    if (target < 0 || target > kMaxFileSize)
+    if (target < 0 || target > kMaxFileLength)
         throw CFileException(CFileException::badSeek, EINVAL, m_strFileName);
     m_nPos = target;
     return static_cast<LONG>(target);
@@ -123,7 +125,8 @@ DWORD CFile::GetLength() const {
 
 void CFile::SetLength(DWORD length) {
     CheckOpen();
-    if (length > kMaxFileSize) throw CFileException(CFileException::diskFull, EFBIG, m_strFileName);
+    if (length > kMaxFileLength)
+        throw CFileException(CFileException::diskFull, EFBIG, m_strFileName);
     FlushWriteBehind();
     int rc;
     do {
@@ -154,7 +157,7 @@ UINT CFile::Read(void* buffer, UINT count) {
 void CFile::Write(const void* buffer, UINT count) {
     if (count == 0) return;
     CheckOpen();
-    if (m_nPos + count > kMaxFileSize)
+    if (m_nPos + count > kMaxFileLength)
         throw CFileException(CFileException::diskFull, EFBIG, m_strFileName);
     if (m_bWriteBehind && count < kWriteBehind / 2) {
         if (!m_pending.empty() &&

@@ -4,8 +4,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "frame/Block.h"
+#include "frame/Coding.h"
+
 namespace {
-constexpr std::uint64_t kMaxMemSize = 0x7FFFFFFF;
+constexpr std::uint64_t kMaxMemSize = dorvik::kMaxFileLength;
 }  // namespace
 
 CMemFile::CMemFile(UINT growBytes) : m_nGrowBytes(growBytes) {}
@@ -57,8 +60,7 @@ void CMemFile::GrowFile(DWORD newLength) {
         grown = static_cast<BYTE*>(RegrowBlock(m_lpBuffer, static_cast<std::size_t>(size)));
     } else {
         // Never reallocate a block that belongs to the caller: move to a block of our own.
-        grown = static_cast<BYTE*>(GrabBlock(static_cast<std::size_t>(size)));
-        if (!grown) throw CMemoryException();
+        grown = dorvik::GrabOrThrow<BYTE>(static_cast<std::size_t>(size)).release();
         std::memcpy(grown, m_lpBuffer, m_nBufferSize);
     }
     m_lpBuffer = grown;
@@ -88,13 +90,13 @@ UINT CMemFile::Read(void* buffer, UINT count) {
 
 void CMemFile::Write(const void* buffer, UINT count) {
     if (count == 0) return;
-    std::uint64_t end = static_cast<std::uint64_t>(m_nPosition) + count;
-    if (end > kMaxMemSize) throw CMemoryException();
-    if (end > m_nBufferSize) GrowFile(static_cast<DWORD>(end));
+    std::uint64_t stop = static_cast<std::uint64_t>(m_nPosition) + count;
+    if (stop > kMaxMemSize) throw CMemoryException();
+    if (stop > m_nBufferSize) GrowFile(static_cast<DWORD>(stop));
     if (m_nPosition > m_nFileSize)
         std::memset(m_lpBuffer + m_nFileSize, 0, m_nPosition - m_nFileSize);
     std::memmove(m_lpBuffer + m_nPosition, buffer, count);
-    m_nPosition = static_cast<DWORD>(end);
+    m_nPosition = static_cast<DWORD>(stop);
     if (m_nPosition > m_nFileSize) m_nFileSize = m_nPosition;
 }
 

@@ -1,32 +1,45 @@
-// Helpers for expanded bit records (plain bitmaps in GrabBlock blocks), shared by the
-// bit record files.
+// Helpers for bit records (compressed on disk, plain bitmaps in GrabBlock blocks when
+// expanded), shared by the flat and the nested bit record files.
 #pragma once
 
 #include <bit>
 #include <cstddef>
-#include <memory>
-#include <vector>
 
+#include "bits/CompressedForm.h"
 #include "dorvik/BitArray.h"
 #include "dorvik/Platform.h"
+#include "frame/Block.h"
 
 namespace dorvik {
 
-using Block = std::unique_ptr<unsigned char, decltype(&DropBlock)>;
-
-inline Block Hold(unsigned char* p) { return Block(p, &DropBlock); }
-
 // The compressed form of `length` expanded bytes; null data or only zero bytes give
 // null and 0 (an empty record).
-inline Block CompressBytes(const unsigned char* data, int length, int& compressedLength) {
+inline Block<> CompressBytes(const unsigned char* data, int length, int& compressedLength) {
     unsigned char* out = nullptr;
     compressedLength = 0;
-    if (data && length > 0) CBitArray::Compress(data, length, out, compressedLength);
+    if (data && length > 0) form::Encode(data, length, out, compressedLength);
     return Hold(out);
 }
 
+// Turns a stored record just read (a GrabBlock block, or null) into its expanded bytes,
+// no further than `limit` (-1: all); an empty record becomes null and 0.
+inline void ExpandRecord(unsigned char*& buffer, int& length, int limit) {
+    if (length != 0) {
+        CBitArray::Decompress(buffer, length, limit);
+    } else {
+        DropBlock(buffer);
+        buffer = nullptr;
+    }
+}
+
+// Hands an expanded record to `bits`, which owns it afterwards; an empty one empties it.
+inline void AttachRecord(CBitArray& bits, unsigned char* buffer, int length) {
+    bits.Attach(buffer, length);
+    if (length <= 0) DropBlock(buffer);
+}
+
 // Grows `block` (which may be null) to hold `bit`; `length` follows. New bytes are 0.
-inline void GrowToBit(Block& block, int& length, int bit) {
+inline void GrowToBit(Block<>& block, int& length, int bit) {
     if (bit / 8 < length) return;
     length = bit / 8 + 1;
     block.reset(static_cast<unsigned char*>(
@@ -65,73 +78,24 @@ inline int PositionPast(const unsigned char* bytes, int length, int count) {
     return length * 8;
 }
 
-// Calls visit(bit) for every set bit of a compressed form, rising, without expanding
-// it: literals give their bits, 0xFF runs all theirs, 0x00 runs none. A run cut short
-// by the end of the string is ignored, as every reader of the form does.
-template <class Visit>
-void ForEachCompressedBit(const unsigned char* form, int length, Visit visit) {
-    long long done = 0;  // plain bytes passed
-    for (int i = 1; i < length;) {
-        unsigned char b = form[i];
-        if (b != 0x00 && b != 0xFF) {
-            for (unsigned v = b; v; v &= v - 1) visit(done * 8 + std::countr_zero(v));
-            ++done;
-            ++i;
-            continue;
-        }
-        if (length - i < 3) break;
-        long long count = form[i + 1] | (form[i + 2] << 8);
-        if (b == 0xFF)
-            for (long long bit = done * 8; bit < (done + count) * 8; ++bit) visit(bit);
-        done += count;
-        i += 3;
-    }
-}
+enum class BitChange { set, reset, flip };
 
-// The compressed form of the plain bitmap whose set bits are `bits` (rising, each at
-// most once), byte for byte what compressing that bitmap gives, built without it.
-inline std::vector<unsigned char> CompressSortedBits(const std::vector<unsigned>& bits) {
-    std::vector<unsigned char> out;
-    if (bits.empty()) return out;
-    out.push_back(1);
-    long long done = 0;       // plain bytes written
-    std::size_t fullRun = 0;  // where the 0xFF run that ends the form starts, or 0
-    auto put = [&](unsigned byte, unsigned char value) {
-        for (long long gap = byte - done; gap > 0;) {
-            unsigned count = static_cast<unsigned>(gap < 65535 ? gap : 65535);
-            out.insert(out.end(), {0x00, static_cast<unsigned char>(count),
-                                   static_cast<unsigned char>(count >> 8)});
-            gap -= count;
-            fullRun = 0;
-        }
-        done = static_cast<long long>(byte) + 1;
-        if (value != 0xFF) {
-            out.push_back(value);
-            fullRun = 0;
-            return;
-        }
-        unsigned count = fullRun ? (out[fullRun + 1] | (out[fullRun + 2] << 8)) : 65535;
-        if (count < 65535) {
-            ++count;
-            out[fullRun + 1] = static_cast<unsigned char>(count);
-            out[fullRun + 2] = static_cast<unsigned char>(count >> 8);
-            return;
-        }
-        fullRun = out.size();
-        out.insert(out.end(), {0xFF, 1, 0});
-    };
-    unsigned byte = bits[0] / 8;
-    unsigned char value = 0;
-    for (unsigned bit : bits) {
-        if (bit / 8 != byte) {
-            put(byte, value);
-            byte = bit / 8;
-            value = 0;
-        }
-        value |= Mask(static_cast<int>(bit));
-    }
-    put(byte, value);
-    return out;
+// Changes one bit of a stored bit record. read(buffer, length) delivers the expanded
+// record (a GrabBlock block, or null and 0), write(bytes, length) stores the new one.
+// Set and flip grow the record to hold the bit; set and reset write only when the bit
+// changes, flip always writes. A negative bit changes nothing.
+template <class Read, class Write>
+void ChangeStoredBit(int bit, BitChange change, Read read, Write write) {
+    if (bit < 0) return;
+    unsigned char* record = nullptr;
+    int length = 0;
+    read(record, length);
+    Block<> hold = Hold(record);
+    bool set = TestBit(hold.get(), length, bit);
+    if ((change == BitChange::set && set) || (change == BitChange::reset && !set)) return;
+    GrowToBit(hold, length, bit);
+    hold.get()[bit / 8] ^= Mask(bit);
+    write(hold.get(), length);
 }
 
 // Union (`unite`) or intersection of `count` records into `result`, which comes back

@@ -7,6 +7,7 @@
 #include <memory>
 #include <vector>
 
+#include "frame/Coding.h"
 #include "index/BitRecord.h"
 
 using dorvik::Block;
@@ -15,21 +16,11 @@ using dorvik::Hold;
 
 namespace {
 
-// Set bits counted on a compressed form, item by item, without expanding it.
-int CountCompressed(const unsigned char* p, int length) {
-    long long count = 0;
-    for (int i = 1; i < length;) {
-        unsigned char b = p[i];
-        if (b != 0x00 && b != 0xFF) {
-            count += std::popcount(static_cast<unsigned>(b));
-            ++i;
-            continue;
-        }
-        if (length - i < 3) break;  // a run cut short by the end is no run
-        if (b == 0xFF) count += 8LL * (p[i + 1] | (p[i + 2] << 8));
-        i += 3;
-    }
-    return count > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(count);
+void ChangeBit(CBitsBinFile& file, int index, int bit, dorvik::BitChange change) {
+    dorvik::ChangeStoredBit(
+        bit, change,
+        [&](unsigned char*& record, int& length) { file.GetRecord(index, record, length, -1); },
+        [&](unsigned char* record, int length) { file.Modify(index, record, length); });
 }
 
 // A growable list of record numbers of one column: entries of `width` bytes.
@@ -48,8 +39,8 @@ void Append(ColumnList& list, unsigned value, int width) {
         list.bytes = static_cast<unsigned char*>(RegrowBlock(list.bytes, list.capacity + step));
         list.capacity += step;
     }
-    for (int k = 0; k < width; ++k)
-        list.bytes[list.used++] = static_cast<unsigned char>(value >> (8 * k));
+    dorvik::EncodeFixed(list.bytes + list.used, value, width);
+    list.used += static_cast<std::size_t>(width);
 }
 }  // namespace
 
@@ -61,26 +52,25 @@ CBitsBinFile::~CBitsBinFile() = default;
 
 void CBitsBinFile::Insert(int after, unsigned char* data, int length) {
     int n = 0;
-    Block packed = CompressBytes(data, length, n);
+    Block<> packed = CompressBytes(data, length, n);
     CBinFile::Insert(after, packed.get(), n);
 }
 
 void CBitsBinFile::Modify(int index, unsigned char* data, int length) {
     int n = 0;
-    Block packed = CompressBytes(data, length, n);
+    Block<> packed = CompressBytes(data, length, n);
     CBinFile::Modify(index, packed.get(), n);
 }
 
 void CBitsBinFile::Add(unsigned char* data, int length) {
     int n = 0;
-    Block packed = CompressBytes(data, length, n);
+    Block<> packed = CompressBytes(data, length, n);
     CBinFile::Add(packed.get(), n);
 }
 
 void CBitsBinFile::Modify(int index, CFile& source) {
     DWORD n = source.GetLength();
-    Block bytes = Hold(static_cast<unsigned char*>(GrabBlock(n)));
-    if (!bytes) throw CMemoryException();
+    Block<> bytes = dorvik::GrabOrThrow(n);
     source.SeekToBegin();
     UINT got = source.Read(bytes.get(), n);
     Modify(index, bytes.get(), static_cast<int>(got));
@@ -90,12 +80,7 @@ void CBitsBinFile::GetRecord(int index, unsigned char*& buffer, int& length, int
     buffer = nullptr;
     length = 0;
     CBinFile::GetRecord(index, buffer, length, true);
-    if (length != 0) {
-        CBitArray::Decompress(buffer, length, limit);
-    } else {
-        DropBlock(buffer);
-        buffer = nullptr;
-    }
+    dorvik::ExpandRecord(buffer, length, limit);
 }
 
 void CBitsBinFile::GetRecord(int index, CBitArray& bits, int limit) {
@@ -106,8 +91,7 @@ void CBitsBinFile::GetRecord(int index, CBitArray& bits, int limit) {
     } else {
         GetRecord(index, buffer, length, limit);
     }
-    bits.Attach(buffer, length);
-    if (length <= 0) DropBlock(buffer);
+    dorvik::AttachRecord(bits, buffer, length);
 }
 
 void CBitsBinFile::Modify(int index, CBitArray* bits) {
@@ -153,8 +137,8 @@ void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress,
         unsigned char* raw = nullptr;
         int length = 0;
         CBinFile::GetRecord(record, raw, length, true);
-        Block hold = Hold(raw);
-        dorvik::ForEachCompressedBit(raw, length, visit);
+        Block<> hold = Hold(raw);
+        dorvik::form::ForEachSetBit(raw, length, visit);
     };
     CBitArray set(false);
     if (columns) {
@@ -225,47 +209,30 @@ void CBitsBinFile::Invert(CBitArray* columns, bool byRank, Progress progress,
         if (!list.bytes) continue;
         records.clear();
         for (std::size_t at = 0; at < list.used; at += static_cast<std::size_t>(width)) {
-            unsigned r = 0;
-            for (int k = 0; k < width; ++k)
-                r |= static_cast<unsigned>(list.bytes[at + static_cast<std::size_t>(k)]) << (8 * k);
-            records.push_back(r);
+            records.push_back(dorvik::DecodeFixed(list.bytes + at, width));
         }
         DropBlock(list.bytes);
         list = ColumnList();
         // The column's record numbers rise, so its compressed form is built directly.
-        std::vector<unsigned char> form = dorvik::CompressSortedBits(records);
+        std::vector<unsigned char> form = dorvik::form::EncodeSortedBits(records);
         CBitArray packed(form.data(), static_cast<int>(form.size()), true);
         out->Modify(byRank ? i : rankToBit[static_cast<std::size_t>(i)], &packed);
     }
 }
 
 void CBitsBinFile::SetAt(int index, int bit) {
-    if (bit < 0) return;
-    unsigned char* record = nullptr;
-    int length = 0;
-    GetRecord(index, record, length, -1);
-    Block hold = Hold(record);
-    dorvik::GrowToBit(hold, length, bit);
-    if (dorvik::TestBit(hold.get(), length, bit)) return;
-    hold.get()[bit / 8] |= dorvik::Mask(bit);
-    Modify(index, hold.get(), length);
+    ChangeBit(*this, index, bit, dorvik::BitChange::set);
 }
 
 void CBitsBinFile::ResetAt(int index, int bit) {
-    unsigned char* record = nullptr;
-    int length = 0;
-    GetRecord(index, record, length, -1);
-    Block hold = Hold(record);
-    if (!dorvik::TestBit(record, length, bit)) return;
-    record[bit / 8] &= static_cast<unsigned char>(~dorvik::Mask(bit));
-    Modify(index, record, length);
+    ChangeBit(*this, index, bit, dorvik::BitChange::reset);
 }
 
 bool CBitsBinFile::GetAt(int index, int bit) {
     unsigned char* raw = nullptr;
     int length = 0;
     CBinFile::GetRecord(index, raw, length, true);
-    Block hold = Hold(raw);
+    Block<> hold = Hold(raw);
     return length > 0 && CBitArray::GetAt(raw, length, bit);
 }
 
@@ -273,7 +240,7 @@ int CBitsBinFile::GetBitIndex(int index, int bit) {
     unsigned char* record = nullptr;
     int length = 0;
     GetRecord(index, record, length, -1);
-    Block hold = Hold(record);
+    Block<> hold = Hold(record);
     if (length == 0) return -1;
     long long last = static_cast<long long>(length) * 8 - 1;
     if (bit > last) bit = static_cast<int>(last);
@@ -286,7 +253,7 @@ int CBitsBinFile::GetIndexBit(int index, int count) {
     unsigned char* record = nullptr;
     int length = 0;
     GetRecord(index, record, length, -1);
-    Block hold = Hold(record);
+    Block<> hold = Hold(record);
     return dorvik::PositionPast(record, length, count);
 }
 
@@ -294,8 +261,8 @@ int CBitsBinFile::GetCount(int index) {
     unsigned char* raw = nullptr;
     int length = 0;
     CBinFile::GetRecord(index, raw, length, true);
-    Block hold = Hold(raw);
-    return CountCompressed(raw, length);
+    Block<> hold = Hold(raw);
+    return dorvik::form::CountSetBits(raw, length);
 }
 
 void CBitsBinFile::Or(CBitsBinFile* other) { OrFiles(other, this); }
@@ -318,7 +285,7 @@ void CBitsBinFile::OrFiles(CBitsBinFile* source, CBitsBinFile* target) {
         unsigned char* s = nullptr;
         int sLength = 0;
         source->GetRecord(i, s, sLength, -1);
-        Block sHold = Hold(s);
+        Block<> sHold = Hold(s);
         if (sLength == 0) continue;
         unsigned char* t = nullptr;
         int tLength = 0;
@@ -329,7 +296,7 @@ void CBitsBinFile::OrFiles(CBitsBinFile* source, CBitsBinFile* target) {
             continue;
         }
         CBitArray::Mem(opOr, s, sLength, t, tLength);
-        Block tHold = Hold(t);
+        Block<> tHold = Hold(t);
         target->Modify(i, t, tLength);
     }
 }
@@ -342,12 +309,12 @@ void CBitsBinFile::AndFiles(CBitsBinFile* source, CBitsBinFile* target) {
         unsigned char* t = nullptr;
         int tLength = 0;
         target->GetRecord(i, t, tLength, -1);
-        Block tHold = Hold(t);
+        Block<> tHold = Hold(t);
         if (tLength == 0) continue;
         unsigned char* s = nullptr;
         int sLength = 0;
         source->GetRecord(i, s, sLength, -1);
-        Block sHold = Hold(s);
+        Block<> sHold = Hold(s);
         unsigned char* combined = tHold.release();
         CBitArray::Mem(opAnd, s, sLength, combined, tLength);
         tHold.reset(combined);

@@ -3,34 +3,24 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <vector>
 
+#include "bits/SortedSearch.h"
 #include "dorvik/BitArray.h"
 #include "dorvik/Exceptions.h"
 #include "dorvik/SortTree.h"
+#include "frame/Block.h"
+#include "frame/Coding.h"
+#include "index/IXRecords.h"
 
 namespace {
-// Every offset of a file passes through a signed 32-bit number.
-constexpr std::int64_t kMaxFile = 0x7FFFFFFF;
+using dorvik::EncodeIXRecord;
+constexpr std::int64_t kMaxFile = dorvik::kMaxFileLength;
 // Records per piece where a scan or a fill goes piece by piece.
 constexpr int kPiece = 65536;
 
-struct BlockDeleter {
-    void operator()(void* block) const { DropBlock(block); }
-};
-using Block = std::unique_ptr<BYTE, BlockDeleter>;
-
-Block Grab(std::size_t size) {
-    Block block(static_cast<BYTE*>(GrabBlock(size)));
-    if (!block) throw CMemoryException();
-    return block;
-}
-
-void Encode(BYTE* out, int value, int size) {
-    DWORD v = static_cast<DWORD>(value);
-    for (int k = 0; k < size; ++k) out[k] = static_cast<BYTE>(v >> (8 * k));
-}
+using Block = dorvik::Block<BYTE>;
+using dorvik::GrabOrThrow;
 
 bool Selected(int record, int value, int op) {
     return ((op & opEqual) && record == value) || ((op & opGreater) && record > value) ||
@@ -60,23 +50,19 @@ int CIXFile::GetRecordCount() {
 }
 
 int CIXFile::Decode(const BYTE* record) const {
-    DWORD v = 0;
-    for (int k = 0; k < m_nRecordSize; ++k) v |= static_cast<DWORD>(record[k]) << (8 * k);
-    if (m_nRecordSize < 4 && (v >> (8 * m_nRecordSize - 1)) != 0) return -1;
-    return static_cast<int>(v);
+    return dorvik::DecodeIXRecord(record, m_nRecordSize);
 }
 
 bool CIXFile::IsInitRecord(const BYTE* record) const {
-    for (int k = 0; k < m_nRecordSize; ++k)
-        if (record[k] != static_cast<BYTE>(static_cast<DWORD>(m_nInitValue) >> (8 * k)))
-            return false;
-    return true;
+    BYTE init[4];
+    EncodeIXRecord(init, m_nInitValue, m_nRecordSize);
+    return std::memcmp(record, init, static_cast<std::size_t>(m_nRecordSize)) == 0;
 }
 
 BYTE* CIXFile::ReadRecords(int first, int count) {
     std::size_t bytes =
         count > 0 ? static_cast<std::size_t>(count) * static_cast<std::size_t>(m_nRecordSize) : 0;
-    Block block = Grab(bytes);
+    Block block = GrabOrThrow<BYTE>(bytes);
     if (bytes > 0) {
         Seek(static_cast<LONG>(first * m_nRecordSize), begin);
         Read(block.get(), static_cast<UINT>(bytes));
@@ -86,7 +72,7 @@ BYTE* CIXFile::ReadRecords(int first, int count) {
 
 void CIXFile::WriteRecord(int position, int value) {
     BYTE bytes[4];
-    Encode(bytes, value, m_nRecordSize);
+    EncodeIXRecord(bytes, value, m_nRecordSize);
     Seek(static_cast<LONG>(position * m_nRecordSize), begin);
     Write(bytes, static_cast<UINT>(m_nRecordSize));
 }
@@ -107,7 +93,7 @@ void CIXFile::Init(int count) {
     if (start + bytes > kMaxFile)
         throw CFileException(CFileException::diskFull, EFBIG, GetFilePath());
     std::size_t piece = static_cast<std::size_t>(std::min<std::int64_t>(bytes, kPiece * 16));
-    Block block = Grab(piece);
+    Block block = GrabOrThrow<BYTE>(piece);
     std::memset(block.get(), static_cast<BYTE>(m_nInitValue), piece);
     Seek(static_cast<LONG>(start), begin);
     while (bytes > 0) {
@@ -117,12 +103,7 @@ void CIXFile::Init(int count) {
     }
 }
 
-int CIXFile::ReadOne(int position) {
-    BYTE bytes[4] = {0, 0, 0, 0};
-    Seek(static_cast<LONG>(position * m_nRecordSize), begin);
-    Read(bytes, static_cast<UINT>(m_nRecordSize));
-    return Decode(bytes);
-}
+int CIXFile::ReadOne(int position) { return dorvik::ReadIXRecord(*this, position); }
 
 int CIXFile::GetRecord(int position) {
     int physical = PhysicalPosition(position, GetRecordCount());
@@ -170,7 +151,7 @@ void CIXFile::Modify(int position, int value) {
 bool CIXFile::MoveData(DWORD from, DWORD to, DWORD length) {
     if (length == 0 || from == to) return true;
     std::size_t piece = length;
-    Block block(static_cast<BYTE*>(GrabBlock(piece)));
+    Block block = dorvik::Hold(static_cast<BYTE*>(GrabBlock(piece)));
     while (!block && piece > 1) {
         piece /= 2;
         block.reset(static_cast<BYTE*>(GrabBlock(piece)));
@@ -230,13 +211,14 @@ void CIXFile::AddRecords(const DWORD* values, int count) {
     if (start + static_cast<std::int64_t>(count) * m_nRecordSize > kMaxFile)
         throw CFileException(CFileException::diskFull, EFBIG, GetFilePath());
     int piece = std::min(count, kPiece);
-    Block block = Grab(static_cast<std::size_t>(piece) * static_cast<std::size_t>(m_nRecordSize));
+    Block block = GrabOrThrow<BYTE>(static_cast<std::size_t>(piece) *
+                                    static_cast<std::size_t>(m_nRecordSize));
     Seek(static_cast<LONG>(start), begin);
     for (int done = 0; done < count;) {
         int n = std::min(piece, count - done);
         for (int i = 0; i < n; ++i)
-            Encode(block.get() + i * m_nRecordSize, static_cast<int>(values[done + i]),
-                   m_nRecordSize);
+            EncodeIXRecord(block.get() + i * m_nRecordSize, static_cast<int>(values[done + i]),
+                           m_nRecordSize);
         Write(block.get(), static_cast<UINT>(n * m_nRecordSize));
         done += n;
     }
@@ -272,19 +254,13 @@ void CIXFile::Delete(int position) {
 void CIXFile::RemoveAll() { Delete(0, GetRecordCount() - 1); }
 
 bool CIXFile::Locate(int value, int count, int indexCount, int& low, int& high, int& middle) {
-    low = 0;
-    high = count - 1;
-    middle = 0;
-    while (low <= high) {
-        middle = low + (high - low) / 2;
-        int record = ViewRecord(middle, count, indexCount);
-        if (record == value) return true;
-        if (record > value)
-            high = middle - 1;
-        else
-            low = middle + 1;
-    }
-    return false;
+    return dorvik::LocateSorted(
+        count,
+        [&](int i) {
+            int record = ViewRecord(i, count, indexCount);
+            return record == value ? 0 : (record > value ? 1 : -1);
+        },
+        low, high, middle);
 }
 
 int CIXFile::Find(int start, int value) {
@@ -311,35 +287,13 @@ int CIXFile::Find(int start, int value) {
 
 void CIXFile::FindRecordLimits(int position, int count, int value, int& low, int& high) {
     const int indexCount = m_pIndexFile ? m_pIndexFile->GetRecordCount() : 0;
-    auto at = [&](int i) { return ViewRecord(i, count, indexCount); };
-    // The view is sorted, so the run of `value` is contiguous, starts in
-    // [low, position] and ends in [position, high]: two binary searches find its ends.
-    if (position <= low || at(position - 1) != value) {
-        low = position;
-    } else {
-        int lo = low, hi = position - 1;
-        while (lo < hi) {
-            int mid = lo + (hi - lo) / 2;
-            if (at(mid) < value)
-                lo = mid + 1;
-            else
-                hi = mid;
-        }
-        low = lo;
-    }
-    if (position >= high || at(position + 1) != value) {
-        high = position;
-    } else {
-        int lo = position + 1, hi = high;
-        while (lo < hi) {
-            int mid = lo + (hi - lo + 1) / 2;
-            if (at(mid) > value)
-                hi = mid - 1;
-            else
-                lo = mid;
-        }
-        high = lo;
-    }
+    dorvik::WidenSortedRun(
+        position,
+        [&](int i) {
+            int record = ViewRecord(i, count, indexCount);
+            return record == value ? 0 : (record > value ? 1 : -1);
+        },
+        low, high);
 }
 
 int CIXFile::Find(int value, Operation op, DWORD*& list) {
@@ -351,7 +305,7 @@ int CIXFile::Find(int value, Operation op, DWORD*& list) {
         for (int i = 0; i < count; ++i)
             selected += Selected(Decode(records.get() + i * m_nRecordSize), value, flags) ? 1 : 0;
         if (selected == 0) return 0;
-        Block out = Grab(static_cast<std::size_t>(selected) * 4);
+        Block out = GrabOrThrow<BYTE>(static_cast<std::size_t>(selected) * 4);
         DWORD* positions = reinterpret_cast<DWORD*>(out.get());
         int n = 0;
         for (int i = 0; i < count; ++i)
@@ -368,7 +322,7 @@ int CIXFile::Find(int value, Operation op, DWORD*& list) {
     if ((flags & opEqual) && found) selected += high - low + 1;
     if (flags & opGreater) selected += count - high - 1;
     if (selected == 0) return 0;
-    Block out = Grab(static_cast<std::size_t>(selected) * 4);
+    Block out = GrabOrThrow<BYTE>(static_cast<std::size_t>(selected) * 4);
     DWORD* positions = reinterpret_cast<DWORD*>(out.get());
     int n = 0;
     CIXFile* index = m_pIndexFile;
@@ -541,11 +495,13 @@ void CIXFile::Sort(CIXFile* target, bool (*progress)(int, int)) {
         if (static_cast<std::int64_t>(n) * targetSize > kMaxFile)
             throw CFileException(CFileException::diskFull, EFBIG, target->GetFilePath());
         int piece = std::min(std::max(n, 1), kPiece);
-        Block out = Grab(static_cast<std::size_t>(piece) * static_cast<std::size_t>(targetSize));
+        Block out = GrabOrThrow<BYTE>(static_cast<std::size_t>(piece) *
+                                      static_cast<std::size_t>(targetSize));
         target->Seek(0, begin);
         for (int done = 0; done < n;) {
             int k = std::min(piece, n - done);
-            for (int i = 0; i < k; ++i) Encode(out.get() + i * targetSize, done + i, targetSize);
+            for (int i = 0; i < k; ++i)
+                EncodeIXRecord(out.get() + i * targetSize, done + i, targetSize);
             target->Write(out.get(), static_cast<UINT>(k * targetSize));
             done += k;
         }
@@ -600,12 +556,12 @@ void CIXFile::Invert(bool (*progress)(int, int), CFile* target) {
     if (entries <= static_cast<std::int64_t>(n) + kPiece) {
         // Dense: the whole result in one block, no larger than this file plus a piece.
         std::size_t bytes = static_cast<std::size_t>(entries) * static_cast<std::size_t>(size);
-        Block block = Grab(bytes);
+        Block block = GrabOrThrow<BYTE>(bytes);
         std::memset(block.get(), fill, bytes);
         for (int i = 0; i < n; ++i) {
             if (progress) progress(i, n);
             int v = values[static_cast<std::size_t>(i)];
-            if (v >= 0) Encode(block.get() + static_cast<std::size_t>(v) * size, i, size);
+            if (v >= 0) EncodeIXRecord(block.get() + static_cast<std::size_t>(v) * size, i, size);
         }
         out->Write(block.get(), static_cast<UINT>(bytes));
     } else {
@@ -622,7 +578,8 @@ void CIXFile::Invert(bool (*progress)(int, int), CFile* target) {
         values.clear();
         values.shrink_to_fit();
         std::sort(pairs.begin(), pairs.end());
-        Block piece = Grab(static_cast<std::size_t>(kPiece) * static_cast<std::size_t>(size));
+        Block piece =
+            GrabOrThrow<BYTE>(static_cast<std::size_t>(kPiece) * static_cast<std::size_t>(size));
         std::size_t next = 0;
         for (std::int64_t base = 0; base < entries; base += kPiece) {
             std::int64_t k = std::min<std::int64_t>(kPiece, entries - base);
@@ -630,7 +587,7 @@ void CIXFile::Invert(bool (*progress)(int, int), CFile* target) {
             // Pairs of one value come in rising position order: the last one wins.
             for (; next < pairs.size() && static_cast<std::int64_t>(pairs[next] >> 32) < base + k;
                  ++next)
-                Encode(
+                EncodeIXRecord(
                     piece.get() + ((pairs[next] >> 32) - static_cast<std::uint64_t>(base)) * size,
                     static_cast<int>(static_cast<DWORD>(pairs[next])), size);
             out->Write(piece.get(), static_cast<UINT>(k * size));

@@ -2,7 +2,9 @@
 
 #include "recordfile/MemTwin.h"
 
+template class CMemTwinBase<CBaseMemFile, CNDimBinFile>;
 template class CMemTwin<CNDimBinFile>;
+template class CMemTwinBase<CBaseMemFile, CNDimBitsBinFile>;
 template class CMemTwin<CNDimBitsBinFile>;
 
 CMemNDimBinFile::~CMemNDimBinFile() = default;

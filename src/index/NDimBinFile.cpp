@@ -1,17 +1,16 @@
 // Nested record files: path walks over stored tables, and inside-out rebuilds.
 #include "dorvik/NDimBinFile.h"
 
-#include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <vector>
 
 #include "dorvik/MemBinFile.h"
+#include "frame/Block.h"
+#include "frame/Coding.h"
+#include "recordfile/RecordTable.h"
 
-namespace {
-using CBlock = std::unique_ptr<unsigned char, decltype(&std::free)>;
-CBlock HoldC(unsigned char* p) { return CBlock(p, &std::free); }
-}  // namespace
+using dorvik::Block;
+using dorvik::GrabOrThrow;
+using dorvik::Hold;
 
 CNDimBinFile::CNDimBinFile() = default;
 
@@ -19,25 +18,57 @@ CNDimBinFile::CNDimBinFile(const char* path, UINT flags) : CBinFile(path, flags)
 
 CNDimBinFile::~CNDimBinFile() = default;
 
-bool CNDimBinFile::Step(int index, DWORD& end, DWORD& size) {
-    // The image under view is the stored range [end - size, end).
+bool CNDimBinFile::Step(int index, DWORD& imageEnd, DWORD& size) {
+    // The image under view is the stored range [imageEnd - size, imageEnd).
     if (size < 4) return false;
-    Seek(static_cast<LONG>(end - 4), begin);
-    LONG table = -1;
-    Read(&table, 4);
-    if (table < 0 || static_cast<DWORD>(table) > size - 4) return false;
-    DWORD records = (size - static_cast<DWORD>(table)) / 4 - 1;
-    if (index < 0 || static_cast<DWORD>(index) >= records) return false;
+    dorvik::TableLocation table;
+    if (!dorvik::LocateTable(*this, imageEnd - size, size, table)) return false;
+    if (index < 0 || static_cast<DWORD>(index) >= table.count) return false;
     DWORD entries[2] = {1, 0};
-    Seek(static_cast<LONG>(end - 4 * (records + 1 - static_cast<DWORD>(index))), begin);
-    Read(entries, 8);
-    if (entries[0] > entries[1] || entries[1] > static_cast<DWORD>(table)) {
+    // The entries are counted back from the image end, where the table ends.
+    DWORD at = imageEnd - 4 * (table.count + 1 - static_cast<DWORD>(index));
+    if (dorvik::ReadTableEntries(*this, at, entries, 2) != 2 || entries[0] > entries[1] ||
+        entries[1] > table.offset) {
         size = static_cast<DWORD>(-1);  // corrupt: this path leads nowhere
         return false;
     }
-    end -= size - entries[1];
+    imageEnd -= size - entries[1];
     size = entries[1] - entries[0];
     return true;
+}
+
+bool CNDimBinFile::WalkPath(int dim, int* indices, DWORD& address, DWORD& size) {
+    // The top file's own table comes from memory, so the walk works in not safe mode too.
+    if (indices[0] < 0 || indices[0] >= GetRecordCount()) return false;
+    DWORD first = m_pAddresses[indices[0]];
+    DWORD last = m_pAddresses[indices[0] + 1];
+    if (first > last || last > m_pAddresses[m_nRecordCount]) return false;
+    DWORD imageEnd = last;
+    size = last - first;
+    for (int i = 1; i < dim; ++i) {
+        if (size == 0 || !Step(indices[i], imageEnd, size)) return false;
+    }
+    address = imageEnd - size;
+    return true;
+}
+
+void CNDimBinFile::MakePath(int dim, int* indices) {
+    if (dim < 2 || indices[0] < 0 || indices[0] >= GetRecordCount()) return;
+    // Level by level: the file at the first i numbers must hold record indices[i].
+    for (int i = 1; i < dim; ++i) {
+        DWORD address = 0, size = 0;
+        if (!WalkPath(i, indices, address, size)) return;
+        if (size > 0) {
+            DWORD imageEnd = address + size, probe = size;
+            if (Step(indices[i], imageEnd, probe)) continue;
+            if (indices[i] < 0 || probe == static_cast<DWORD>(-1)) return;  // leads nowhere
+        }
+        // A missing nested file, or one too short: it grows to hold the record. Bytes
+        // that are no record file image make this throw, before anything is written.
+        int records = indices[i] < 0 ? 1 : indices[i] + 1;
+        ChangeFile(i, indices, [records](CBinFile& file) { file.CBinFile::Init(records); });
+        if (indices[i] < 0) return;
+    }
 }
 
 bool CNDimBinFile::GetFileInfo(int dim, int* indices, int& length, int& address, bool create) {
@@ -47,57 +78,25 @@ bool CNDimBinFile::GetFileInfo(int dim, int* indices, int& length, int& address,
         length = static_cast<int>(GetLength());
         return true;
     }
-    // Each creation makes one more level or record exist, so the walk restarts a
-    // bounded number of times.
-    for (int attempt = 0; attempt < 4 * dim + 8; ++attempt) {
-        if (indices[0] < 0 || indices[0] >= GetRecordCount()) return false;
-        DWORD first = m_pAddresses[indices[0]];
-        DWORD last = m_pAddresses[indices[0] + 1];
-        if (first > last || last > m_pAddresses[m_nRecordCount]) return false;
-        DWORD end = last;
-        DWORD size = last - first;
-        int i = 1;
-        bool again = false;
-        while (!again) {
-            if (size == 0) {
-                if (i == dim || !create) return false;
-                int saved = indices[i];
-                indices[i] = -1;
-                Insert(i + 1, indices, nullptr, 0);  // the nested file, with one empty record
-                indices[i] = saved;
-                again = true;
-                break;
-            }
-            if (i == dim) break;
-            if (!Step(indices[i], end, size)) {
-                if (!create || indices[i] < 0 || size == static_cast<DWORD>(-1)) return false;
-                Modify(i + 1, indices, nullptr, 0);  // makes the record exist
-                again = true;
-                break;
-            }
-            ++i;
-        }
-        if (again) continue;
-        address = static_cast<int>(end - size);
-        length = static_cast<int>(size);
-        return true;
-    }
-    return false;
+    if (create) MakePath(dim, indices);
+    DWORD at = 0, size = 0;
+    if (!WalkPath(dim, indices, at, size) || size == 0) return false;
+    address = static_cast<int>(at);
+    length = static_cast<int>(size);
+    return true;
 }
 
 unsigned char* CNDimBinFile::ReadTopImage(int& length) {
     // Not safe mode: the disk holds the data only, the table comes from memory.
     DWORD dataEnd = m_pAddresses[m_nRecordCount];
     DWORD tableBytes = 4 * static_cast<DWORD>(m_nRecordCount + 1);
-    auto* block =
-        static_cast<unsigned char*>(GrabBlock(static_cast<std::size_t>(dataEnd) + tableBytes + 1));
-    if (!block) throw CMemoryException();
-    CBlock hold = HoldC(block);
+    Block<> block = GrabOrThrow(static_cast<std::size_t>(dataEnd) + tableBytes + 1);
     Seek(0, begin);
-    Read(block, dataEnd);
-    std::memcpy(block + dataEnd, m_pAddresses, tableBytes);
+    Read(block.get(), dataEnd);
+    dorvik::EncodeFixed32Array(block.get() + dataEnd, m_pAddresses,
+                               static_cast<std::size_t>(m_nRecordCount + 1));
     length = static_cast<int>(dataEnd + tableBytes);
-    return hold.release();
+    return block.release();
 }
 
 bool CNDimBinFile::ReadFile(int dim, int* indices, unsigned char*& buffer, int& length,
@@ -110,12 +109,10 @@ bool CNDimBinFile::ReadFile(int dim, int* indices, unsigned char*& buffer, int& 
         buffer = ReadTopImage(length);
         return true;
     }
-    auto* block = static_cast<unsigned char*>(GrabBlock(static_cast<std::size_t>(size) + 1));
-    if (!block) throw CMemoryException();
-    CBlock hold = HoldC(block);
+    Block<> block = GrabOrThrow(static_cast<std::size_t>(size) + 1);
     Seek(address, begin);
-    Read(block, static_cast<UINT>(size));
-    buffer = hold.release();
+    Read(block.get(), static_cast<UINT>(size));
+    buffer = block.release();
     length = size;
     return true;
 }
@@ -128,7 +125,7 @@ void CNDimBinFile::WriteFile(int dim, int* indices, unsigned char* data, int len
         return;
     }
     CMemBinFile image(0);
-    CBlock owned = HoldC(nullptr);  // the image built by the previous level
+    Block<> owned;  // the image built by the previous level
     unsigned char* p = data;
     for (int i = dim - 1; i >= 1; --i) {
         unsigned char* block = nullptr;
@@ -151,7 +148,7 @@ void CNDimBinFile::ChangeFile(int dim, int* indices, const std::function<void(CB
         image.Attach(block, static_cast<DWORD>(blockLength), 0);
     change(image);
     int imageLength = static_cast<int>(image.GetLength());
-    CBlock rebuilt = HoldC(image.Detach());
+    Block<> rebuilt = Hold(image.Detach());
     WriteFile(dim, indices, rebuilt.get(), imageLength);
 }
 
@@ -195,13 +192,11 @@ void CNDimBinFile::Insert(int dim, int* indices, CBinFile* source) {
     bool wasSafe = source->IsSafeMode();
     if (!wasSafe) source->SetSafeMode(true);
     DWORD n = source->GetLength();
-    auto* block = static_cast<unsigned char*>(GrabBlock(n));
-    if (!block) throw CMemoryException();
-    CBlock hold = HoldC(block);
+    Block<> block = GrabOrThrow(n);
     source->SeekToBegin();
-    source->Read(block, n);
+    source->Read(block.get(), n);
     if (!wasSafe) source->SetSafeMode(false);
-    Insert(dim, indices, block, static_cast<int>(n));
+    Insert(dim, indices, block.get(), static_cast<int>(n));
 }
 
 void CNDimBinFile::GetRecord(int dim, int* indices, unsigned char*& buffer, int& length) {
@@ -217,11 +212,10 @@ int CNDimBinFile::GetRecordCount(int dim, int* indices) {
     if (dim == 0) return GetRecordCount();
     int size = 0, address = 0;
     if (!GetFileInfo(dim, indices, size, address, false) || size < 4) return 0;
-    Seek(address + size - 4, begin);
-    LONG table = -1;
-    Read(&table, 4);
-    if (table < 0 || table > size - 4) return 0;
-    return (size - table) / 4 - 1;
+    dorvik::TableLocation table;
+    if (!dorvik::LocateTable(*this, static_cast<DWORD>(address), static_cast<DWORD>(size), table))
+        return 0;
+    return static_cast<int>(table.count);
 }
 
 void CNDimBinFile::Init(int dim, int* indices) {

@@ -9,6 +9,17 @@
 using dorvik::Block;
 using dorvik::Hold;
 
+namespace {
+void ChangeBit(CNDimBitsBinFile& file, int dim, int* indices, int bit, dorvik::BitChange change) {
+    dorvik::ChangeStoredBit(
+        bit, change,
+        [&](unsigned char*& record, int& length) {
+            file.GetRecord(dim, indices, record, length, -1);
+        },
+        [&](unsigned char* record, int length) { file.Modify(dim, indices, record, length); });
+}
+}  // namespace
+
 CNDimBitsBinFile::CNDimBitsBinFile() = default;
 
 CNDimBitsBinFile::CNDimBitsBinFile(const char* path, UINT flags) : CNDimBinFile(path, flags) {}
@@ -17,25 +28,20 @@ CNDimBitsBinFile::~CNDimBitsBinFile() = default;
 
 void CNDimBitsBinFile::Insert(int dim, int* indices, unsigned char* data, int length) {
     int n = 0;
-    Block packed = dorvik::CompressBytes(data, length, n);
+    Block<> packed = dorvik::CompressBytes(data, length, n);
     CNDimBinFile::Insert(dim, indices, packed.get(), n);
 }
 
 void CNDimBitsBinFile::Modify(int dim, int* indices, unsigned char* data, int length) {
     int n = 0;
-    Block packed = dorvik::CompressBytes(data, length, n);
+    Block<> packed = dorvik::CompressBytes(data, length, n);
     CNDimBinFile::Modify(dim, indices, packed.get(), n);
 }
 
 void CNDimBitsBinFile::GetRecord(int dim, int* indices, unsigned char*& buffer, int& length,
                                  int limit) {
     CNDimBinFile::GetRecord(dim, indices, buffer, length);
-    if (length != 0) {
-        CBitArray::Decompress(buffer, length, limit);
-    } else {
-        DropBlock(buffer);
-        buffer = nullptr;
-    }
+    dorvik::ExpandRecord(buffer, length, limit);
 }
 
 void CNDimBitsBinFile::GetRecord(int dim, int* indices, CBitArray& bits, int limit) {
@@ -43,8 +49,7 @@ void CNDimBitsBinFile::GetRecord(int dim, int* indices, CBitArray& bits, int lim
     int length = 0;
     GetRecord(dim, indices, buffer, length, limit);
     bits.SetCompressed(false);
-    bits.Attach(buffer, length);
-    if (length <= 0) DropBlock(buffer);
+    dorvik::AttachRecord(bits, buffer, length);
 }
 
 void CNDimBitsBinFile::GetRecords(int dim, int* indices, int count, int* records, CBitArray& result,
@@ -67,43 +72,22 @@ void CNDimBitsBinFile::GetRecords(int dim, int* indices, CBitArray& selection, C
 }
 
 void CNDimBitsBinFile::SetAt(int dim, int* indices, int bit) {
-    if (bit < 0) return;
-    unsigned char* record = nullptr;
-    int length = 0;
-    GetRecord(dim, indices, record, length, -1);
-    Block hold = Hold(record);
-    dorvik::GrowToBit(hold, length, bit);
-    if (dorvik::TestBit(hold.get(), length, bit)) return;
-    hold.get()[bit / 8] |= dorvik::Mask(bit);
-    Modify(dim, indices, hold.get(), length);
+    ChangeBit(*this, dim, indices, bit, dorvik::BitChange::set);
 }
 
 void CNDimBitsBinFile::ResetAt(int dim, int* indices, int bit) {
-    unsigned char* record = nullptr;
-    int length = 0;
-    GetRecord(dim, indices, record, length, -1);
-    Block hold = Hold(record);
-    if (!dorvik::TestBit(record, length, bit)) return;
-    record[bit / 8] &= static_cast<unsigned char>(~dorvik::Mask(bit));
-    Modify(dim, indices, record, length);
+    ChangeBit(*this, dim, indices, bit, dorvik::BitChange::reset);
 }
 
 void CNDimBitsBinFile::XOrAt(int dim, int* indices, int bit) {
-    if (bit < 0) return;
-    unsigned char* record = nullptr;
-    int length = 0;
-    GetRecord(dim, indices, record, length, -1);
-    Block hold = Hold(record);
-    dorvik::GrowToBit(hold, length, bit);
-    hold.get()[bit / 8] ^= dorvik::Mask(bit);
-    Modify(dim, indices, hold.get(), length);
+    ChangeBit(*this, dim, indices, bit, dorvik::BitChange::flip);
 }
 
 bool CNDimBitsBinFile::GetAt(int dim, int* indices, int bit) {
     unsigned char* raw = nullptr;
     int length = 0;
     CNDimBinFile::GetRecord(dim, indices, raw, length);
-    Block hold = Hold(raw);
+    Block<> hold = Hold(raw);
     return length > 0 && CBitArray::GetAt(raw, length, bit);
 }
 
@@ -111,7 +95,7 @@ int CNDimBitsBinFile::GetBitIndex(int dim, int* indices, int bit) {
     unsigned char* record = nullptr;
     int length = 0;
     GetRecord(dim, indices, record, length, -1);
-    Block hold = Hold(record);
+    Block<> hold = Hold(record);
     if (!dorvik::TestBit(record, length, bit)) return -1;
     return dorvik::CountBelow(record, bit);
 }
@@ -120,6 +104,6 @@ int CNDimBitsBinFile::GetIndexBit(int dim, int* indices, int count) {
     unsigned char* record = nullptr;
     int length = 0;
     GetRecord(dim, indices, record, length, -1);
-    Block hold = Hold(record);
+    Block<> hold = Hold(record);
     return dorvik::PositionPast(record, length, count);
 }

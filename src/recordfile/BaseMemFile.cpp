@@ -1,7 +1,8 @@
 #include "dorvik/BaseMemFile.h"
 
 #include <cstdlib>
-#include <memory>
+
+#include "frame/Block.h"
 
 namespace {
 UINT GrowOrDefault(UINT growBytes) { return growBytes ? growBytes : 1024; }
@@ -38,8 +39,7 @@ void CBaseMemFile::LoadFromFile(const char* path, UINT growBytes) {
     if (!CFile::GetStatus(path, status)) return;
     CFile file(path, shareDenyNone);
     DWORD n = file.CFile::GetLength();
-    std::unique_ptr<BYTE, decltype(&std::free)> block(static_cast<BYTE*>(GrabBlock(n)), &std::free);
-    if (!block) throw CMemoryException();
+    dorvik::Block<BYTE> block = dorvik::GrabOrThrow<BYTE>(n);
     file.Read(block.get(), n);
     std::free(Detach());
     Attach(block.release(), n, growBytes);

@@ -4,6 +4,9 @@
 #include <cstring>
 
 #include "dorvik/BaseMemFile.h"
+#include "frame/Block.h"
+#include "frame/Coding.h"
+#include "recordfile/RecordTable.h"
 
 namespace {
 constexpr DWORD kFirstTableBytes = 102400;  // room for 25599 records in a new file
@@ -55,35 +58,29 @@ bool CBinFile::LoadAddresses() {
     FreeAddresses();
     DWORD length = GetLength();
     if (length == 0) {
-        m_pAddresses = static_cast<DWORD*>(GrabBlock(kFirstTableBytes));
-        if (!m_pAddresses) throw CMemoryException();
+        m_pAddresses = dorvik::GrabOrThrow<DWORD>(kFirstTableBytes).release();
         m_nAddressBytes = kFirstTableBytes;
         m_nRecordCount = 0;
         if (m_bSafeMode) {
             try {
                 Seek(0, begin);
-                Write(m_pAddresses, 4);
+                dorvik::WriteTableEntries(*this, m_pAddresses, 1);
             } catch (const CException&) {
                 // Read-only: the file stays at 0 bytes and has no records.
             }
         }
         return true;
     }
-    Seek(-4, end);
-    LONG table = 0;
-    Read(&table, 4);
-    // Anything else cannot be a table offset; a table needs at least one word.
-    if (table < 0 || static_cast<DWORD>(table) > length - 4) return false;
-    DWORD bytes = length - static_cast<DWORD>(table);
-    m_pAddresses = static_cast<DWORD*>(GrabBlock(bytes));
-    if (!m_pAddresses) throw CMemoryException();
+    dorvik::TableLocation table;
+    if (!dorvik::LocateTable(*this, 0, length, table)) return false;
+    DWORD bytes = length - table.offset;
+    m_pAddresses = dorvik::GrabOrThrow<DWORD>(bytes).release();
     m_nAddressBytes = bytes;
-    m_nRecordCount = static_cast<int>(bytes / 4) - 1;
-    Seek(table, begin);
-    Read(m_pAddresses, bytes);
+    m_nRecordCount = static_cast<int>(table.count);
+    dorvik::ReadTableEntries(*this, table.offset, m_pAddresses, table.count + 1);
     if (!m_bSafeMode) {
         try {
-            SetLength(static_cast<DWORD>(table));
+            SetLength(table.offset);
         } catch (...) {
             FreeAddresses();  // the disk still holds the table: nothing may append another
             throw;
@@ -106,9 +103,9 @@ void CBinFile::UpdateAddresses(int first) {
         WriteTableBehindData();
         return;
     }
-    DWORD n = static_cast<DWORD>(m_nRecordCount + 1 - first) * 4;
-    Seek(-static_cast<LONG>(n), end);
-    Write(m_pAddresses + first, n);
+    DWORD n = static_cast<DWORD>(m_nRecordCount + 1 - first);
+    Seek(-static_cast<LONG>(4 * n), end);
+    dorvik::WriteTableEntries(*this, m_pAddresses + first, n);
 }
 
 void CBinFile::WriteTableBehindData() {
@@ -117,7 +114,7 @@ void CBinFile::WriteTableBehindData() {
     DWORD dataEnd = m_pAddresses[m_nRecordCount];
     if (CFile::GetLength() != dataEnd) SetLength(dataEnd);
     Seek(static_cast<LONG>(dataEnd), begin);
-    Write(m_pAddresses, static_cast<DWORD>(m_nRecordCount + 1) * 4);
+    dorvik::WriteTableEntries(*this, m_pAddresses, static_cast<DWORD>(m_nRecordCount + 1));
 }
 
 void CBinFile::SetSafeMode(bool safe) {
@@ -142,14 +139,12 @@ int CBinFile::GetRecordCount() {
 bool CBinFile::IsValidBinFile() {
     DWORD length = CFile::GetLength();
     if (length == 0) return false;
-    Seek(-4, end);
-    LONG table = 0;
-    Read(&table, 4);
-    if (length == 4 && table == 0) return true;
-    if (table <= 0 || static_cast<DWORD>(table) > length - 4) return false;
-    Seek(table, begin);
+    dorvik::TableLocation table;
+    if (!dorvik::LocateTable(*this, 0, length, table)) return false;
+    if (length == 4) return true;  // the empty file: its one word is 0
+    if (table.offset == 0) return false;
     DWORD first = 1;
-    Read(&first, 4);
+    dorvik::ReadTableEntries(*this, table.offset, &first, 1);
     return first == 0;
 }
 
@@ -183,7 +178,8 @@ void CBinFile::Init(int count) {
     for (int i = m_nRecordCount + 1; i <= count; ++i) m_pAddresses[i] = dataEnd;
     if (m_bSafeMode) {
         Seek(0, end);
-        Write(m_pAddresses + m_nRecordCount + 1, static_cast<DWORD>(count - m_nRecordCount) * 4);
+        dorvik::WriteTableEntries(*this, m_pAddresses + m_nRecordCount + 1,
+                                  static_cast<DWORD>(count - m_nRecordCount));
     }
     m_nRecordCount = count;
 }
@@ -213,8 +209,7 @@ void CBinFile::GetAddresses(int first, int last, DWORD*& buffer, int& length, bo
     }
     int n = (last - first) * 4 + 4;
     if (allocate) {
-        buffer = static_cast<DWORD*>(GrabBlock(static_cast<std::size_t>(n)));
-        if (!buffer) throw CMemoryException();
+        buffer = dorvik::GrabOrThrow<DWORD>(static_cast<std::size_t>(n)).release();
         length = n;
     } else if (length > n) {
         length = n;
@@ -227,11 +222,11 @@ void CBinFile::GetAddresses(int first, int last, DWORD*& buffer, int& length, bo
 bool CBinFile::RecordSpan(int first, int last, DWORD& start, DWORD& length) const {
     if (!m_pAddresses || first < 0 || first > last || last >= m_nRecordCount) return false;
     start = m_pAddresses[first];
-    DWORD end = m_pAddresses[last + 1];
+    DWORD stop = m_pAddresses[last + 1];
     // A sound table never fails this; a corrupt one must not drive a read or an
     // allocation beyond the data.
-    if (end < start || end > m_pAddresses[m_nRecordCount]) return false;
-    length = end - start;
+    if (stop < start || stop > m_pAddresses[m_nRecordCount]) return false;
+    length = stop - start;
     return true;
 }
 
@@ -243,8 +238,7 @@ void CBinFile::GetRecords(int first, int last, unsigned char*& buffer, int& leng
         return;
     }
     if (allocate) {
-        buffer = static_cast<unsigned char*>(GrabBlock(n + 1));
-        if (!buffer) throw CMemoryException();
+        buffer = dorvik::GrabOrThrow(n + 1).release();
         length = static_cast<int>(n);
     } else if (length < 0) {
         length = 0;
@@ -266,6 +260,7 @@ void CBinFile::GetRecord(int index, CDWordArray& array) {
     unsigned char* data = reinterpret_cast<unsigned char*>(array.GetData());
     int room = array.GetSize() * 4;
     if (room > 0) GetRecord(index, data, room, false);
+    dorvik::FixedToHost32(array.GetData(), static_cast<std::size_t>(array.GetSize()));
 }
 
 void CBinFile::GetRecord(int index, CBaseMemFile& file) {

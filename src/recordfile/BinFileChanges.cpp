@@ -8,6 +8,7 @@
 #include "dorvik/BaseMemFile.h"
 #include "dorvik/BinFile.h"
 #include "dorvik/BitArray.h"
+#include "frame/Block.h"
 
 namespace {
 constexpr int kMoveChunk = 8 << 20;     // a move never holds more than this at once
@@ -30,7 +31,7 @@ bool CBinFile::MoveFileBuffer(int from, int to, int bytes) {
         AfxMessageBox(kNoMemoryText, 0, 0);
         return false;
     }
-    std::unique_ptr<void, decltype(&DropBlock)> guard(block, &DropBlock);
+    dorvik::Block<void> guard = dorvik::Hold(block);
     int pieces = bytes / chunk + 1;
     // Moving down, the front goes first; moving up, the back goes first, so that no
     // byte is overwritten before it is read.
@@ -169,7 +170,7 @@ int CBinFile::Insert(int after, CBinFile* source) {
     DWORD* entries = nullptr;
     int entryBytes = 0;
     source->GetAddresses(0, n, entries, entryBytes, true);
-    std::unique_ptr<DWORD, decltype(&DropBlock)> entriesGuard(entries, &DropBlock);
+    dorvik::Block<DWORD> entriesGuard = dorvik::Hold(entries);
     for (int i = 0; i < n; ++i) {
         if (!entries || entries[i + 1] < entries[i])
             throw CFileException(CFileException::invalidFile, -1, source->m_strFileName);
@@ -178,7 +179,7 @@ int CBinFile::Insert(int after, CBinFile* source) {
     unsigned char* block = nullptr;
     int blockLength = 0;
     source->GetRecords(0, n - 1, block, blockLength, true);
-    std::unique_ptr<unsigned char, decltype(&DropBlock)> blockGuard(block, &DropBlock);
+    dorvik::Block<> blockGuard = dorvik::Hold(block);
     if (static_cast<DWORD>(blockLength) != total)
         throw CFileException(CFileException::invalidFile, -1, source->m_strFileName);
 
@@ -207,7 +208,7 @@ int CBinFile::Insert(int after, CBinFile* source) {
 void CBinFile::Modify(int index, CFile& source) {
     DWORD n = source.GetLength();
     DWORD piece = n < kCopyPiece ? n : kCopyPiece;
-    std::unique_ptr<unsigned char[]> buffer(new unsigned char[piece ? piece : 1]);
+    dorvik::Block<> buffer = dorvik::GrabOrThrow(piece);
     Modify(index, nullptr, static_cast<int>(n));
     Seek(static_cast<LONG>(GetAddress(index < 0 ? 0 : index)), begin);
     source.SeekToBegin();
@@ -223,15 +224,14 @@ void CBinFile::Modify(int index, CFile& source) {
 
 void CBinFile::Modify(int index, CBaseMemFile* source) {
     DWORD n = source->GetLength();
-    std::unique_ptr<BYTE, decltype(&std::free)> block(source->Detach(), &std::free);
+    dorvik::Block<BYTE> block = dorvik::Hold(source->Detach());
     Modify(index, block.get(), static_cast<int>(n));
 }
 
 int CBinFile::Find(int after, const unsigned char* data, int length) {
     if (length <= 0 || !data) return -1;
     // Reading length + 1 bytes tells a longer record from an equal one.
-    std::unique_ptr<unsigned char[]> scratch(
-        new unsigned char[static_cast<std::size_t>(length) + 1]);
+    dorvik::Block<> scratch = dorvik::GrabOrThrow(static_cast<std::size_t>(length) + 1);
     int count = GetRecordCount();
     for (int i = after < -1 ? 0 : after + 1; i < count; ++i) {
         unsigned char* buffer = scratch.get();

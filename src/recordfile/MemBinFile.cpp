@@ -1,7 +1,8 @@
+#include "dorvik/MemBinFile.h"
+
 #include "recordfile/MemTwin.h"
 
+template class CMemTwinBase<CBaseMemFile, CBinFile>;
 template class CMemTwin<CBinFile>;
-template class CMemTwin<CBitsBinFile>;
 
 CMemBinFile::~CMemBinFile() = default;
-CMemBitsBinFile::~CMemBitsBinFile() = default;

@@ -1,21 +1,76 @@
-// The body shared by every memory twin; instantiated once per twin class.
+// The bodies of the twin templates; each twin's source instantiates them once, as
+// `template class CMemTwinBase<Memory, File>;` and, for record files,
+// `template class CMemTwin<File>;`.
 #pragma once
 
-#include "dorvik/MemBinFile.h"
+#include "dorvik/MemTwin.h"
+
+template <class M, class F>
+CMemTwinBase<M, F>::~CMemTwinBase() = default;
+
+template <class M, class F>
+LONG CMemTwinBase<M, F>::Seek(LONG offset, UINT from) {
+    return M::Seek(offset, from);
+}
+
+template <class M, class F>
+void CMemTwinBase<M, F>::SetLength(DWORD length) {
+    M::SetLength(length);
+}
+
+template <class M, class F>
+DWORD CMemTwinBase<M, F>::GetLength() const {
+    return M::GetLength();
+}
+
+template <class M, class F>
+UINT CMemTwinBase<M, F>::Read(void* buffer, UINT count) {
+    return M::Read(buffer, count);
+}
+
+template <class M, class F>
+void CMemTwinBase<M, F>::Write(const void* buffer, UINT count) {
+    M::Write(buffer, count);
+}
+
+template <class M, class F>
+void CMemTwinBase<M, F>::Close() {
+    M::Close();
+}
+
+template <class M, class F>
+DWORD CMemTwinBase<M, F>::GetPosition() const {
+    return M::GetPosition();
+}
+
+template <class M, class F>
+DWORD CMemTwinBase<M, F>::ReadHuge(void* buffer, DWORD count) {
+    return M::Read(buffer, count);
+}
+
+template <class M, class F>
+void CMemTwinBase<M, F>::WriteHuge(const void* buffer, DWORD count) {
+    M::Write(buffer, count);
+}
 
 template <class F>
-CMemTwin<F>::CMemTwin(UINT growBytes) : CBaseMemFile(growBytes), F() {
+CMemTwin<F>::CMemTwin(UINT growBytes)
+    : CMemTwinBase<CBaseMemFile, F>(std::piecewise_construct, std::make_tuple(growBytes),
+                                    std::make_tuple()) {
     this->LoadAddresses();
 }
 
 template <class F>
-CMemTwin<F>::CMemTwin(const char* path, UINT growBytes) : CBaseMemFile(path, growBytes), F() {
+CMemTwin<F>::CMemTwin(const char* path, UINT growBytes)
+    : CMemTwinBase<CBaseMemFile, F>(std::piecewise_construct, std::make_tuple(path, growBytes),
+                                    std::make_tuple()) {
     this->LoadAddresses();
 }
 
 template <class F>
 CMemTwin<F>::CMemTwin(BYTE* buffer, UINT size, UINT growBytes)
-    : CBaseMemFile(buffer, size, growBytes), F() {
+    : CMemTwinBase<CBaseMemFile, F>(std::piecewise_construct,
+                                    std::make_tuple(buffer, size, growBytes), std::make_tuple()) {
     this->LoadAddresses();
 }
 
@@ -25,39 +80,14 @@ CMemTwin<F>::~CMemTwin() {
 }
 
 template <class F>
-LONG CMemTwin<F>::Seek(LONG offset, UINT from) {
-    return CMemFile::Seek(offset, from);
-}
-
-template <class F>
-void CMemTwin<F>::SetLength(DWORD length) {
-    CMemFile::SetLength(length);
-}
-
-template <class F>
 DWORD CMemTwin<F>::GetLength() const {
     return F::GetLength();
-}
-
-template <class F>
-UINT CMemTwin<F>::Read(void* buffer, UINT count) {
-    return CMemFile::Read(buffer, count);
-}
-
-template <class F>
-void CMemTwin<F>::Write(const void* buffer, UINT count) {
-    CMemFile::Write(buffer, count);
 }
 
 template <class F>
 void CMemTwin<F>::Close() {
     this->FreeAddresses();
     CMemFile::Close();
-}
-
-template <class F>
-DWORD CMemTwin<F>::GetPosition() const {
-    return CMemFile::GetPosition();
 }
 
 template <class F>
@@ -71,14 +101,4 @@ BYTE* CMemTwin<F>::Detach() {
     F::SetSafeMode(true);
     this->FreeAddresses();
     return CBaseMemFile::Detach();
-}
-
-template <class F>
-DWORD CMemTwin<F>::ReadHuge(void* buffer, DWORD count) {
-    return CMemFile::Read(buffer, count);
-}
-
-template <class F>
-void CMemTwin<F>::WriteHuge(const void* buffer, DWORD count) {
-    CMemFile::Write(buffer, count);
 }

@@ -14,6 +14,9 @@
 #include "dorvik/NDimBitsBinFile.h"
 #include "dorvik/StringToken.h"
 #include "dorvik/TextBinFile.h"
+#include "frame/Block.h"
+#include "frame/Coding.h"
+#include "index/IXRecords.h"
 
 const char DiacritizeDelimiters[37] = {' ', '\t', '!', '@',    '#', '%', '^',    '&',    '-',  '=',
                                        '(', ')',  '[', ']',    '{', '}', '\xA1', '\xBA', ';',  ':',
@@ -30,14 +33,14 @@ bool Choose(CString& word, CTextBinFile& dictionary, const CBitArray& hits, Freq
     int length = hits.GetLength();
     for (int i = 0; i < length; i += 8) {
         // Eight bytes at a time: most of a hit set is zero.
-        std::uint64_t word = 0;
+        std::uint64_t hitBits = 0;
         if (length - i >= 8) {
-            std::memcpy(&word, bytes + i, 8);
+            hitBits = dorvik::DecodeFixed64(bytes + i);
         } else {
-            for (int k = length - i - 1; k >= 0; --k) word = (word << 8) | bytes[i + k];
+            for (int k = length - i - 1; k >= 0; --k) hitBits = (hitBits << 8) | bytes[i + k];
         }
-        for (; word; word &= word - 1) {
-            int record = i * 8 + std::countr_zero(word);
+        for (; hitBits; hitBits &= hitBits - 1) {
+            int record = i * 8 + std::countr_zero(hitBits);
             int f = frequency(record);
             if (f > best) {  // greater, not equal: the lowest record wins a tie
                 best = f;
@@ -90,10 +93,9 @@ public:
             bits.FreeBuffer();
             return;
         }
-        auto* copy = static_cast<unsigned char*>(GrabBlock(cell.size()));
-        if (!copy) throw CMemoryException();
-        std::memcpy(copy, cell.data(), cell.size());
-        bits.Attach(copy, static_cast<int>(cell.size()));
+        dorvik::Block<> copy = dorvik::GrabOrThrow(cell.size());
+        std::memcpy(copy.get(), cell.data(), cell.size());
+        bits.Attach(copy.release(), static_cast<int>(cell.size()));
     }
 
 private:
@@ -101,14 +103,10 @@ private:
 };
 
 // The frequency file read whole: entry i, or -1 beyond its end (the init value).
-std::vector<std::int32_t> LoadFrequencies(const char* path) {
-    CFile file(path, CFile::shareDenyNone);
-    DWORD length = file.GetLength();
-    std::vector<std::int32_t> values(length / 4);
-    if (!values.empty()) file.Read(values.data(), static_cast<UINT>(values.size() * 4));
-    return values;
+std::vector<int> LoadFrequencies(const char* path) {
+    CIXFile file(path, CFile::shareDenyNone, 4);
+    return dorvik::ReadIXRecords(file);
 }
-}  // namespace
 
 // The look-up for one word on open files, as the plain algorithm does it.
 bool DiacritizeToken(CString& word, CTextBinFile* dictionary, CNDimBitsBinFile* index,
@@ -116,6 +114,7 @@ bool DiacritizeToken(CString& word, CTextBinFile* dictionary, CNDimBitsBinFile* 
     return Lookup(word, *dictionary, *index,
                   [frequencies](int i) { return frequencies->GetRecord(i); });
 }
+}  // namespace
 
 bool DiacritizeWord(CString& word, const char* dictionaryPath, const char* indexPath,
                     const char* frequencyPath) {
@@ -132,7 +131,7 @@ void DiacritizeBuffer(char* buffer, CString& result, const char* dictionaryPath,
     if (!CFile::GetStatus(indexPath, status))
         throw CFileException(CFileException::fileNotFound, 2, indexPath);
     CachedIndex index(indexPath);
-    std::vector<std::int32_t> frequencies = LoadFrequencies(frequencyPath);
+    std::vector<int> frequencies = LoadFrequencies(frequencyPath);
     auto frequency = [&frequencies](int i) {
         return (i >= 0 && static_cast<std::size_t>(i) < frequencies.size())
                    ? frequencies[static_cast<std::size_t>(i)]

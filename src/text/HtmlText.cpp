@@ -4,13 +4,13 @@
 
 #include "dorvik/Exceptions.h"
 #include "dorvik/File.h"
+#include "frame/Block.h"
 
 namespace {
 
 char* Duplicate(const char* block, std::size_t size) {
     if (!block) return nullptr;
-    auto* copy = static_cast<char*>(GrabBlock(size));
-    if (!copy) throw CMemoryException();
+    char* copy = dorvik::GrabOrThrow<char>(size).release();
     std::memcpy(copy, block, size);
     return copy;
 }
@@ -43,27 +43,21 @@ char* CHtmlText::GetFirst(const char* path) {
     CFile file(path, CFile::shareDenyNone);
     DWORD length = file.GetLength();
     std::size_t size = static_cast<std::size_t>(length) + 1;
-    auto* block = static_cast<char*>(GrabBlock(size));
-    if (!block) throw CMemoryException();
-    try {
-        // The file may shrink while it is read (others may write); the block is
-        // zero-filled, so a short read still ends in zeros.
-        DWORD done = 0;
-        while (done < length) {
-            UINT got = file.Read(block + done, length - done);
-            if (got == 0) break;
-            done += got;
-        }
-        file.Close();
-    } catch (...) {
-        DropBlock(block);
-        throw;
+    dorvik::Block<char> block = dorvik::GrabOrThrow<char>(size);
+    // The file may shrink while it is read (others may write); the block is
+    // zero-filled, so a short read still ends in zeros.
+    DWORD done = 0;
+    while (done < length) {
+        UINT got = file.Read(block.get() + done, length - done);
+        if (got == 0) break;
+        done += got;
     }
+    file.Close();
 
     DropBlock(m_pBuffer);
-    m_pBuffer = block;
+    m_pBuffer = block.release();
     m_nSize = size;
-    m_pNext = block;
+    m_pNext = m_pBuffer;
     return GetNext();
 }
 

@@ -10,56 +10,18 @@
 #include <vector>
 
 #include "dorvik/BitArray.h"
+#include "frame/Block.h"
+#include "index/IXRecords.h"
+#include "recordfile/RecordTable.h"
+
+using dorvik::Block;
+using dorvik::GrabOrThrow;
 
 namespace {
 constexpr int kDataGrowth = 102400;    // growth step of the data block in sort-tree mode
 constexpr int kAddressGrowth = 10240;  // growth step of the offset block (2560 entries)
 constexpr int kFirstBlock = 1024;      // both blocks of a new, empty file
 constexpr int kIndexGrowCount = 1000;  // what FreeSortTree leaves on the index file
-
-struct BlockDropper {
-    void operator()(void* block) const { DropBlock(block); }
-};
-
-// One integer record as CIXFile::GetRecord decodes it: a set top bit of a 1- to 3-byte
-// record reads as -1.
-int DecodeIndexRecord(const unsigned char* p, int size) {
-    DWORD v = 0;
-    for (int b = 0; b < size; ++b) v |= static_cast<DWORD>(p[b]) << (8 * b);
-    if (size < 4 && (v & (1u << (8 * size - 1)))) return -1;
-    return static_cast<int>(v);
-}
-
-// Reads all records of an integer file as GetRecord decodes them, physically.
-std::vector<int> ReadIndexEntries(CIXFile& index) {
-    const int size = index.GetRecordSize();
-    const int count = index.GetRecordCount();
-    std::vector<int> entries(static_cast<std::size_t>(count));
-    if (count == 0) return entries;
-    std::vector<unsigned char> raw(static_cast<std::size_t>(count) *
-                                   static_cast<std::size_t>(size));
-    index.Seek(0, CFile::begin);
-    index.Read(raw.data(), static_cast<UINT>(raw.size()));
-    const std::size_t step = static_cast<std::size_t>(size);
-    for (std::size_t i = 0; i < entries.size(); ++i)
-        entries[i] = DecodeIndexRecord(raw.data() + i * step, size);
-    return entries;
-}
-
-// Replaces the whole content of an integer file by `entries`, in its record size.
-void WriteIndexEntries(CIXFile& index, const std::vector<int>& entries) {
-    const int size = index.GetRecordSize();
-    const std::size_t step = static_cast<std::size_t>(size);
-    std::vector<unsigned char> raw(entries.size() * step);
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-        DWORD v = static_cast<DWORD>(entries[i]);
-        for (int b = 0; b < size; ++b)
-            raw[i * step + static_cast<std::size_t>(b)] = static_cast<unsigned char>(v >> (8 * b));
-    }
-    index.Seek(0, CFile::begin);
-    index.Write(raw.data(), static_cast<UINT>(raw.size()));
-    index.SetLength(static_cast<DWORD>(raw.size()));
-}
 
 // Calls `remove(first, last)` for the runs of consecutive numbers of a rising list,
 // the highest run first, so that numbers still to come keep their meaning.
@@ -155,11 +117,7 @@ int CTextBinFile::ViewRecord(int serial, int indexCount) {
     if (position < 0 || position >= indexCount) return -1;
     if (m_pIndexFile->GetIndexFile()) return m_pIndexFile->GetRecord(position);
     // One read of one entry: the counts are known, so no length query is needed.
-    const int size = m_pIndexFile->GetRecordSize();
-    unsigned char entry[4] = {0, 0, 0, 0};
-    m_pIndexFile->Seek(static_cast<LONG>(position) * size, CFile::begin);
-    m_pIndexFile->Read(entry, static_cast<UINT>(size));
-    return DecodeIndexRecord(entry, size);
+    return dorvik::ReadIXRecord(*m_pIndexFile, position);
 }
 
 int CTextBinFile::GetSerialRecord(int serial) {
@@ -190,9 +148,9 @@ void CTextBinFile::ReadRecordText(int record, CString& text) {
     if (record < 0 || record >= StoredCount()) return;
     if (m_bFileMem) {
         DWORD start = m_pFileAddresses[record];
-        DWORD end = m_pFileAddresses[record + 1];
-        if (!m_pFileData || end <= start || end > static_cast<DWORD>(m_nFileDataSize)) return;
-        int length = static_cast<int>(end - start);
+        DWORD stop = m_pFileAddresses[record + 1];
+        if (!m_pFileData || stop <= start || stop > static_cast<DWORD>(m_nFileDataSize)) return;
+        int length = static_cast<int>(stop - start);
         std::memcpy(text.GetBuffer(length), m_pFileData + start, static_cast<std::size_t>(length));
         text.ReleaseBuffer(length);
     } else {
@@ -256,9 +214,7 @@ bool CTextBinFile::Add(const char* text, int length, int& record, bool sorted, b
 
     // One scratch buffer for all probes; length + 1 bytes tell a longer word from an
     // equal one without reading the rest of it.
-    std::unique_ptr<unsigned char[]> scratch(
-        new (std::nothrow) unsigned char[static_cast<std::size_t>(length) + 2]);
-    if (!scratch) throw CMemoryException();
+    Block<> scratch = GrabOrThrow(static_cast<std::size_t>(length) + 2);
     const int indexCount = IndexCount(n);
     const int stored = StoredCount();
     int low = 0, high = n - 1, probe = 0, c = 1;
@@ -362,7 +318,7 @@ void CTextBinFile::DeleteInView(int first, int last) {
     }
 
     std::vector<int> entries;
-    if (m_pIndexFile) entries = ReadIndexEntries(*m_pIndexFile);
+    if (m_pIndexFile) entries = dorvik::ReadIXRecords(*m_pIndexFile);
     auto recordAt = [&](int p) -> int {
         if (!m_pIndexFile) return p;
         return p < static_cast<int>(entries.size()) ? entries[static_cast<std::size_t>(p)] : -1;
@@ -408,7 +364,7 @@ void CTextBinFile::DeleteInView(int first, int last) {
         for (int p : positions) {
             if (p >= static_cast<int>(entries.size())) dropped.push_back(p);
         }
-        WriteIndexEntries(*m_pIndexFile, kept);
+        dorvik::WriteIXRecords(*m_pIndexFile, kept);
     }
     if (m_pFilter) ForRunsDescending(dropped, [&](int a, int b) { m_pFilter->Delete(a, b); });
 }
@@ -422,13 +378,11 @@ void CTextBinFile::InitFileMem() {
     unsigned char* data = nullptr;
     int dataLength = 0;
     if (n > 0) GetRecords(0, n - 1, data, dataLength, true);
-    std::unique_ptr<unsigned char, BlockDropper> dataGuard(data);
+    Block<> dataGuard = dorvik::Hold(data);
     if (dataLength == 0 && n == 0) {
-        std::unique_ptr<void, BlockDropper> addresses(GrabBlock(kFirstBlock));
-        if (!addresses) throw CMemoryException();
-        if (!dataGuard) dataGuard.reset(static_cast<unsigned char*>(GrabBlock(kFirstBlock)));
-        if (!dataGuard) throw CMemoryException();
-        m_pFileAddresses = static_cast<DWORD*>(addresses.release());
+        Block<DWORD> addresses = GrabOrThrow<DWORD>(kFirstBlock);
+        if (!dataGuard) dataGuard = GrabOrThrow(kFirstBlock);
+        m_pFileAddresses = addresses.release();
         m_nFileAddressesCapacity = kFirstBlock;
         m_nFileAddressesSize = 4;
         m_pFileData = reinterpret_cast<char*>(dataGuard.release());
@@ -554,7 +508,8 @@ void CTextBinFile::UpdateFile() {
     if (!m_bFileMem) return;
     Seek(0, begin);
     Write(m_pFileData, static_cast<UINT>(m_nFileDataSize));
-    Write(m_pFileAddresses, static_cast<UINT>(m_nFileAddressesSize));
+    dorvik::WriteTableEntries(*this, m_pFileAddresses,
+                              static_cast<DWORD>(m_nFileAddressesSize / 4));
     // The table now stands behind the data: the file is a complete record file, and
     // from here on every change lands whole.
     m_bSafeMode = true;

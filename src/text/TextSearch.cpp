@@ -86,6 +86,8 @@ int CTextBinFile::Find(int start, const char* text, const char* ignore, bool bac
     // Outside -1..n every start gives the same passes; inside, start +- 1 cannot overflow.
     if (start < -1) start = -1;
     if (start > n) start = n;
+    const bool bisecting = binary && anchored;
+    const bool stripping = ignore && *ignore;
 
     // One read buffer and one stripped copy serve every record of the call; the view is
     // measured once.
@@ -100,6 +102,7 @@ int CTextBinFile::Find(int start, const char* text, const char* ignore, bool bac
     // 1 test, -1 stop, anything else skip.
     auto verdict = [&](int serial) { return accept ? accept(serial) : 1; };
 
+    // A walking pass over first..last (either order): tests, then moves one step.
     auto walk = [&](int from, int to, int step) -> int {
         for (int s = from; step > 0 ? s <= to : s >= to; s += step) {
             int v = verdict(s);
@@ -110,52 +113,81 @@ int CTextBinFile::Find(int start, const char* text, const char* ignore, bool bac
         return -1;
     };
 
-    // Bisection of lo..hi for the end of the run of matching words on the side the
-    // search comes from: forward the lowest serial whose comparison is 0 or above,
-    // backward the highest whose comparison is 0 or below. From there the run is walked
-    // in the direction of the search, and its first accepted match is the result.
-    auto bisect = [&](int lo, int hi) -> int {
-        int a = lo, b = hi + 1;  // forward: the answer lies in a..b, b meaning none
-        if (backward) {
-            a = lo - 1;
-            b = hi;  // backward: the answer lies in a..b, a meaning none
-        }
-        while (a < b) {
-            if (!backward) {
-                int m = a + (b - a) / 2;
-                if (matcher.Compare(read(m)) >= 0)
-                    b = m;
-                else
-                    a = m + 1;
-            } else {
-                int m = b - (b - a) / 2;
-                if (matcher.Compare(read(m)) <= 0)
-                    a = m;
-                else
-                    b = m - 1;
+    // After a hit the bisection turns round and walks the run of words that begin with
+    // the text, from the hit towards `limit` (start + 1 forward, start - 1 backward); at
+    // the first word that fails, or past `limit`, it steps back one serial. That is the
+    // first word of the run in the order of the search, or the hit itself when `limit`
+    // lies behind it (the second pass of a wrap).
+    auto runStart = [&](int hit, int limit) -> int {
+        const int step = backward ? 1 : -1;
+        auto past = [&](long long s) { return step < 0 ? s < limit : s > limit; };
+        // Forward the run is that of the prefix; backward, upward, the words that compare
+        // as the hit did (a prefix run above an exact hit would pass other words).
+        auto inRun = [&](const std::string& r) {
+            return backward ? matcher.Compare(r) == 0 : matcher.Prefix(r);
+        };
+        if (!accept && !stripping && !(backward && wholeWord && !exact)) {
+            // Nothing to call back and a sorted view: the walk's answer, found by
+            // galloping away from the hit and bisecting the last gap, in reads
+            // logarithmic in the length of the run. `good` begins with the text; `bad`
+            // does not, or lies past the limit.
+            if (past(hit + step)) return hit;
+            long long good = hit, bad = static_cast<long long>(limit) + step;
+            for (long long reach = 1;; reach *= 2) {
+                long long s = hit + step * reach;
+                if (past(s)) break;
+                if (!inRun(read(static_cast<int>(s)))) {
+                    bad = s;
+                    break;
+                }
+                good = s;
             }
+            while (bad - good > 1 || good - bad > 1) {
+                long long middle = good + (bad - good) / 2;
+                if (inRun(read(static_cast<int>(middle))))
+                    good = middle;
+                else
+                    bad = middle;
+            }
+            return static_cast<int>(good);
         }
-        int s = backward ? a : b;
-        const int step = backward ? -1 : 1;
-        for (; s >= lo && s <= hi; s += step) {
-            // Exact and prefix matches stand together; whole words may have words
-            // between them that share the beginning, so the walk goes on over those.
-            const std::string& r = read(s);
-            if (wholeWord && !exact ? !matcher.Prefix(r) : matcher.Compare(r) != 0) break;
+        int s = hit;
+        do {
             int v = verdict(s);
             if (v == -1) return kStop;
-            if (v != 1) continue;
-            if (matcher.Match(record)) return s;
+            if (v == 1 && !inRun(read(s))) break;
+            s += step;
+        } while (!past(s));
+        return s - step;
+    };
+
+    // A binary pass over first..last: probes the middle; above 0 moves `last` below it,
+    // anything else moves `first` above it; a hit turns into the walk above. A probe
+    // outside the view, or one that `accept` skips, has no comparison: it moves `first`.
+    auto bisect = [&](int first, int last, int limit) -> int {
+        while (first <= last) {
+            int middle = static_cast<int>((static_cast<long long>(first) + last) / 2);
+            int c = -1;
+            if (middle >= 0 && middle < n) {
+                int v = verdict(middle);
+                if (v == -1) return kStop;
+                if (v == 1) c = matcher.Compare(read(middle));
+            }
+            if (c == 0) return runStart(middle, limit);
+            if (c > 0)
+                last = middle - 1;
+            else
+                first = middle + 1;
         }
         return -1;
     };
 
-    auto pass = [&](int lo, int hi) -> int {
-        if (lo < 0) lo = 0;
-        if (hi > n - 1) hi = n - 1;
-        if (lo > hi) return -1;
-        if (binary && anchored) return bisect(lo, hi);
-        return backward ? walk(hi, lo, -1) : walk(lo, hi, 1);
+    auto pass = [&](int first, int last) -> int {
+        if (bisecting) return bisect(first, last, backward ? start - 1 : start + 1);
+        if (first < 0) first = 0;
+        if (last > n - 1) last = n - 1;
+        if (first > last) return -1;
+        return backward ? walk(last, first, -1) : walk(first, last, 1);
     };
 
     int found;

@@ -65,12 +65,6 @@ private:
     std::vector<std::vector<std::vector<DWORD>>> m_levels;
 };
 
-// True when `p` is a run of stars up to the end of the pattern.
-bool OnlyStars(const unsigned char* p) {
-    while (*p == '*') ++p;
-    return *p == 0;
-}
-
 // W becomes `cell` when W is empty, else W AND `cell`.
 void Narrow(CBitArray& words, const CBitArray& cell) {
     if (words.GetLength() == 0) {
@@ -165,8 +159,10 @@ int CTextBinFile::FindTokenForWildCards(CNDimBitsBinFile* index, const char* pat
             }
             if (*q == '*') {
                 checkLength = false;
-                if (OnlyStars(q)) break;  // a trailing star: any ending
-                lastLevel = true;         // an inner star tries the first level only
+                if (q[1] == 0) break;  // the last character: any ending
+                // Any other star, a second one at the end included, matches the rest of
+                // the pattern from the letter reached, and ends the start levels.
+                lastLevel = true;
                 if (FindTokenForWildCards(index, reinterpret_cast<const char*>(q), op, marks,
                                           ignoreCase, p, cell) == -1) {
                     words.FreeBuffer();

@@ -1,0 +1,100 @@
+// The compressed form of a bit array, and its one owner: every writer and reader of the
+// form, in the bit array and in the bit record files, goes through here.
+//
+// A marker byte 1, then items to the end of the string. A byte of 1 .. 254 is a literal
+// plain byte; 0x00 or 0xFF followed by a little-endian 16-bit count is a run of that
+// many plain bytes of that value. Writers never store 0x00 or 0xFF as literals, split
+// runs at 65535 and never end with a 0x00 run; an all-zero bitmap has the empty form.
+// Readers take any byte string: a run needs its three bytes inside the string, and a
+// run cut short by the end is ignored, so no read passes the length.
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "frame/Coding.h"
+
+namespace dorvik::form {
+
+inline constexpr unsigned char kMarker = 1;
+inline constexpr std::size_t kMaxRun = 65535;
+
+// One item: a stretch of literals (`plain` of them, one byte each, from `pos`) or one
+// run (`plain` bytes of `value`, its three bytes from `pos`).
+struct Item {
+    std::size_t pos;
+    std::size_t plain;
+    bool run;
+    unsigned char value;
+};
+
+// The number of leading bytes that can stand as literals (neither 0x00 nor 0xFF).
+std::size_t LiteralSpan(const unsigned char* p, std::size_t n);
+
+// The count of the run whose first byte is at `run`, and its writer.
+inline std::size_t RunCount(const unsigned char* run) { return DecodeFixed16(run + 1); }
+inline void PutRunCount(unsigned char* run, std::size_t count) {
+    EncodeFixed16(run + 1, static_cast<std::uint16_t>(count));
+}
+
+// Calls visit(item) for the items of p[pos..n) in order until it returns false.
+template <typename Visit>
+void WalkItems(const unsigned char* p, std::size_t n, std::size_t pos, Visit&& visit) {
+    while (pos < n) {
+        unsigned char b = p[pos];
+        Item item{pos, 0, b == 0 || b == 0xFF, b};
+        if (!item.run) {
+            item.plain = LiteralSpan(p + pos, n - pos);
+            pos += item.plain;
+        } else {
+            if (n - pos < 3) return;  // a run cut short by the end is no run
+            item.plain = RunCount(p + pos);
+            pos += 3;
+        }
+        if (!visit(item)) return;
+    }
+}
+
+// Calls visit(bit) for every set bit of a whole form (marker first), rising, without
+// expanding it: literals give their bits, 0xFF runs all theirs, 0x00 runs none.
+template <class Visit>
+void ForEachSetBit(const unsigned char* form, int length, Visit visit) {
+    if (!form || length <= 1) return;
+    long long done = 0;  // plain bytes passed
+    WalkItems(form, static_cast<std::size_t>(length), 1, [&](const Item& item) {
+        if (!item.run) {
+            for (std::size_t k = 0; k < item.plain; ++k, ++done)
+                for (unsigned v = form[item.pos + k]; v; v &= v - 1)
+                    visit(done * 8 + std::countr_zero(v));
+            return true;
+        }
+        long long count = static_cast<long long>(item.plain);
+        if (item.value)
+            for (long long bit = done * 8; bit < (done + count) * 8; ++bit) visit(bit);
+        done += count;
+        return true;
+    });
+}
+
+// The plain bytes that the items of p[start..n) stand for, written to `out` unless it
+// is null. With `limit` 0 or above it stops after the item that reaches `limit` plain
+// bytes, a literal stretch counting as one item per byte; it also stops once the count
+// passes INT_MAX (the caller treats that as too large).
+std::int64_t Expand(const unsigned char* p, std::size_t n, std::size_t start, std::int64_t limit,
+                    unsigned char* out);
+// The set bits of a whole form, counted item by item; INT_MAX at the most.
+int CountSetBits(const unsigned char* form, int length);
+// One bit of a whole form; false beyond its end, below 0 or for length 0.
+bool TestBit(const unsigned char* form, int length, int bit);
+// Sets one bit of a whole form in place; the contract of the static CBitArray::SetAt.
+bool SetBit(unsigned char*& form, int& length, int bit);
+// The form of `length` plain bytes in a new GrabBlock block; null and 0 when they are
+// all zero. Throws CMemoryException.
+void Encode(const unsigned char* plain, int length, unsigned char*& form, int& formLength);
+// The form of the plain bitmap whose set bits are `bits` (rising, each at most once),
+// byte for byte what encoding that bitmap gives, built without it.
+std::vector<unsigned char> EncodeSortedBits(const std::vector<unsigned>& bits);
+
+}  // namespace dorvik::form

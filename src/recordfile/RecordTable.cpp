@@ -1,0 +1,36 @@
+#include "recordfile/RecordTable.h"
+
+#include <cerrno>
+
+#include "frame/Coding.h"
+
+namespace dorvik {
+
+bool LocateTable(CFile& file, DWORD start, DWORD size, TableLocation& table) {
+    if (size < 4) throw CFileException(CFileException::badSeek, EINVAL, file.GetFilePath());
+    unsigned char last[4] = {0, 0, 0, 0};
+    file.Seek(static_cast<LONG>(start + size - 4), CFile::begin);
+    file.Read(last, 4);
+    DWORD offset = DecodeFixed32(last);
+    // Sizes stay below 2 GiB, so a word with the top bit set fails here too.
+    if (offset > size - 4) return false;
+    table.offset = offset;
+    table.count = (size - offset) / 4 - 1;
+    return true;
+}
+
+DWORD ReadTableEntries(CFile& file, DWORD at, DWORD* entries, DWORD count) {
+    if (count == 0) return 0;
+    file.Seek(static_cast<LONG>(at), CFile::begin);
+    DWORD got = file.Read(entries, count * 4) / 4;
+    FixedToHost32(entries, got);
+    return got;
+}
+
+void WriteTableEntries(CFile& file, const DWORD* entries, DWORD count) {
+    WriteFixed32(entries, count, [&file](const unsigned char* bytes, std::size_t n) {
+        file.Write(bytes, static_cast<UINT>(n));
+    });
+}
+
+}  // namespace dorvik
