@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "dorvik/Exceptions.h"
+#include "frame/Block.h"
 #include "frame/TempFile.h"
 
 namespace {
@@ -175,14 +176,9 @@ bool CBitArraySaver::Pop(int number, CDWordArray& array) {
     unsigned char* buffer = nullptr;
     int length = 0;
     if (!Pop(number, buffer, length, false)) return false;
+    dorvik::Block<> hold = dorvik::Hold(buffer);
     int size = length / 4;
-    try {
-        array.SetSize(size);
-    } catch (...) {
-        DropBlock(buffer);
-        throw;
-    }
+    array.SetSize(size);
     if (size > 0) std::memcpy(array.GetData(), buffer, static_cast<std::size_t>(size) * 4);
-    DropBlock(buffer);
     return true;
 }
