@@ -1,10 +1,12 @@
 #include "dorvik/BitArraySaver.h"
 
+#include <bit>
 #include <climits>
 #include <cstring>
 
 #include "dorvik/Exceptions.h"
 #include "frame/Block.h"
+#include "frame/Coding.h"
 #include "frame/TempFile.h"
 
 namespace {
@@ -112,15 +114,13 @@ int CBitArraySaver::ReadTop() {
     int length = 4;
     m_File.CBinFile::GetRecord(0, into, length, false);
     if (length != 4) return 0;
-    int top = static_cast<int>(stored[0] | stored[1] << 8 | stored[2] << 16 |
-                               static_cast<DWORD>(stored[3]) << 24);
+    int top = static_cast<int>(dorvik::DecodeFixed32(stored));
     return top > 0 && top < m_nMaxIndex ? top : 0;
 }
 
 void CBitArraySaver::WriteTop(int top) {
-    DWORD value = static_cast<DWORD>(top);
-    BYTE stored[4] = {static_cast<BYTE>(value), static_cast<BYTE>(value >> 8),
-                      static_cast<BYTE>(value >> 16), static_cast<BYTE>(value >> 24)};
+    BYTE stored[4];
+    dorvik::EncodeFixed32(stored, static_cast<DWORD>(top));
     m_File.CBinFile::Modify(0, stored, 4);
 }
 
@@ -145,7 +145,14 @@ int CBitArraySaver::Push(CBitArray& bits) { return Push(bits.GetBuffer(), bits.G
 
 int CBitArraySaver::Push(CDWordArray& array) {
     if (array.GetSize() > INT_MAX / 4) throw CMemoryException();
-    return Push(reinterpret_cast<unsigned char*>(array.GetData()), array.GetSize() * 4, false);
+    int length = array.GetSize() * 4;
+    if constexpr (std::endian::native == std::endian::little) {
+        return Push(reinterpret_cast<unsigned char*>(array.GetData()), length, false);
+    } else {
+        dorvik::Block<> stored = dorvik::GrabOrThrow(static_cast<std::size_t>(length));
+        dorvik::EncodeFixed32Array(stored.get(), array.GetData(), array.GetSize());
+        return Push(stored.get(), length, false);
+    }
 }
 
 bool CBitArraySaver::Pop(int number, unsigned char*& buffer, int& length, bool expand) {
@@ -179,6 +186,9 @@ bool CBitArraySaver::Pop(int number, CDWordArray& array) {
     dorvik::Block<> hold = dorvik::Hold(buffer);
     int size = length / 4;
     array.SetSize(size);
-    if (size > 0) std::memcpy(array.GetData(), buffer, static_cast<std::size_t>(size) * 4);
+    if (size > 0) {
+        std::memcpy(array.GetData(), buffer, static_cast<std::size_t>(size) * 4);
+        dorvik::FixedToHost32(array.GetData(), static_cast<std::size_t>(size));
+    }
     return true;
 }
