@@ -55,9 +55,11 @@ public:
     // Stores `length` bytes of `data` as the next record and returns its number: 1 for
     // the first Push on a new file, then one more each time. With `compress` the bytes
     // are stored in the compressed form (all-zero bytes as an empty record). Null `data`
-    // or a `length` of 0 or less stores an empty record. Numbers keep rising past 10000.
-    // Cost: besides the record, the file's address table (4 bytes per record) is
-    // rewritten, as safe mode keeps the file complete.
+    // or a `length` of 0 or less stores an empty record. Numbers keep rising past 10000
+    // and Pop gives every one of them back on this object; a file reopened with such a
+    // top starts again at 1 (see SetTempFile). Cost: besides the record, the address
+    // table (4 bytes per record so far) is written again, as safe mode keeps the file
+    // complete, so a long run of pushes costs time in proportion to its square.
     int Push(unsigned char* data, int length, bool compress);
     // Push of the array's bytes with the compress flag, whatever the array's own
     // compressed flag says; Pop into an array with the same flag gives them back.
@@ -67,14 +69,15 @@ public:
 
     // Fetches record `number`: with `expand` the stored bytes read as a compressed form
     // and expanded, without it the stored bytes as they are. `buffer` gets a GrabBlock
-    // block that the caller releases with DropBlock, `length` its bytes; an empty
-    // record, or a number above the top, gives null and 0. Number 0 without `expand`
-    // gives the 4 bytes of the top. Returns false, with null and 0, for a negative
-    // number and for one above both 10000 and the top; such a call neither takes the
-    // lock nor makes a file. A record popped with the other flag than it was pushed with
-    // gives the compressed form (without `expand`) or the stored bytes expanded as if
-    // they were one (never reading past the record; CMemoryException when the result
-    // cannot be had).
+    // block that the caller releases with DropBlock, `length` its bytes; an empty or
+    // absent record gives null and 0, and so does a number above the top, except on a
+    // file whose top was reset, where old records stay until pushed over. Number 0
+    // without `expand` gives the 4 bytes of the top. Returns false, with null and 0, for
+    // a negative number and for one above both 10000 and the top; such a call neither
+    // takes the lock nor makes a file. A record popped with the other flag than it was
+    // pushed with gives the compressed form (without `expand`) or the stored bytes
+    // expanded as if they were one (never reading past the record; CMemoryException
+    // when the result cannot be had).
     bool Pop(int number, unsigned char*& buffer, int& length, bool expand);
     // Empties `bits` (its compressed flag stays), then on true attaches the expanded
     // record: the bytes that Push(CBitArray&) was given.
