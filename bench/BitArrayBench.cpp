@@ -40,7 +40,7 @@ void BM_Memcpy(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * kBytes);
 }
-BENCHMARK(BM_Memcpy);
+BENCHMARK(BM_Memcpy)->UseRealTime();
 
 template <int kOp>
 void BM_SetLogic(benchmark::State& state) {
@@ -55,9 +55,9 @@ void BM_SetLogic(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * kBytes);
 }
-BENCHMARK_TEMPLATE(BM_SetLogic, 0)->Name("BM_And");
-BENCHMARK_TEMPLATE(BM_SetLogic, 1)->Name("BM_Or");
-BENCHMARK_TEMPLATE(BM_SetLogic, 2)->Name("BM_Xor");
+BENCHMARK_TEMPLATE(BM_SetLogic, 0)->Name("BM_And")->UseRealTime();
+BENCHMARK_TEMPLATE(BM_SetLogic, 1)->Name("BM_Or")->UseRealTime();
+BENCHMARK_TEMPLATE(BM_SetLogic, 2)->Name("BM_Xor")->UseRealTime();
 
 void BM_GetCount(benchmark::State& state) {
     CBitArray array = RandomArray(0.5, 3);
@@ -67,7 +67,7 @@ void BM_GetCount(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * kBytes);
 }
-BENCHMARK(BM_GetCount);
+BENCHMARK(BM_GetCount)->UseRealTime();
 
 void BM_Compress(benchmark::State& state) {
     auto bytes = RandomBitmap(state.range(0) / 1000.0, 4);
@@ -81,7 +81,7 @@ void BM_Compress(benchmark::State& state) {
     state.SetBytesProcessed(state.iterations() * kBytes);
 }
 // Density in thousandths: 0.1 % (sparse) and 50 % (dense).
-BENCHMARK(BM_Compress)->Arg(1)->Arg(500);
+BENCHMARK(BM_Compress)->Arg(1)->Arg(500)->UseRealTime();
 
 void BM_Decompress(benchmark::State& state) {
     auto bytes = RandomBitmap(state.range(0) / 1000.0, 5);
@@ -102,5 +102,5 @@ void BM_Decompress(benchmark::State& state) {
     DropBlock(packed);
     state.SetBytesProcessed(state.iterations() * kBytes);
 }
-BENCHMARK(BM_Decompress)->Arg(1)->Arg(500);
+BENCHMARK(BM_Decompress)->Arg(1)->Arg(500)->UseRealTime();
 }  // namespace

@@ -31,7 +31,7 @@ void BM_RecordFileAppendNotSafe(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * count);
     std::remove(path.c_str());
 }
-BENCHMARK(BM_RecordFileAppendNotSafe)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RecordFileAppendNotSafe)->Arg(1 << 20)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_RecordFileRandomGetRecord(benchmark::State& state) {
     int count = static_cast<int>(state.range(0));
@@ -49,7 +49,7 @@ void BM_RecordFileRandomGetRecord(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
     std::remove(path.c_str());
 }
-BENCHMARK(BM_RecordFileRandomGetRecord)->Arg(1 << 20);
+BENCHMARK(BM_RecordFileRandomGetRecord)->Arg(1 << 20)->UseRealTime();
 
 void BM_RawAppendFloor(benchmark::State& state) {
     int count = static_cast<int>(state.range(0));
@@ -70,7 +70,7 @@ void BM_RawAppendFloor(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * count);
     std::remove(path.c_str());
 }
-BENCHMARK(BM_RawAppendFloor)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RawAppendFloor)->Arg(1 << 20)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 sqlite3* OpenSqlite(const std::string& path, int count) {
     std::remove(path.c_str());
@@ -98,7 +98,7 @@ void BM_SqliteAppendPeer(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * count);
     std::remove(path.c_str());
 }
-BENCHMARK(BM_SqliteAppendPeer)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SqliteAppendPeer)->Arg(1 << 20)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_SqliteRandomReadPeer(benchmark::State& state) {
     int count = static_cast<int>(state.range(0));
@@ -118,5 +118,5 @@ void BM_SqliteRandomReadPeer(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
     std::remove(path.c_str());
 }
-BENCHMARK(BM_SqliteRandomReadPeer)->Arg(1 << 20);
+BENCHMARK(BM_SqliteRandomReadPeer)->Arg(1 << 20)->UseRealTime();
 }  // namespace

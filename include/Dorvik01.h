@@ -12,6 +12,7 @@
 #include "dorvik/Diacritize.h"
 #include "dorvik/Exceptions.h"
 #include "dorvik/File.h"
+#include "dorvik/Hierarchy.h"
 #include "dorvik/HtmlText.h"
 #include "dorvik/IXFile.h"
 #include "dorvik/MemBinFile.h"

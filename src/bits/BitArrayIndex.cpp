@@ -14,17 +14,9 @@
 
 namespace {
 using dorvik::bits::Bits;
+using dorvik::bits::LoadWord;
 using dorvik::bits::Word;
 constexpr int kIndexEntries = 10240;
-
-// The 64 bits from byte `byte` on (a multiple of 8), bit 0 lowest; bytes at or past
-// `size` read 0.
-Word LoadWord(const unsigned char* p, std::size_t size, std::size_t byte) {
-    Word w = 0;
-    std::memcpy(&w, p + byte, std::min<std::size_t>(8, size - byte));
-    if constexpr (std::endian::native == std::endian::big) w = __builtin_bswap64(w);
-    return w;
-}
 
 // Calls visit(bit) for every set bit in from..end - 1, rising, until it returns false.
 template <typename Visit>

@@ -238,13 +238,16 @@ void CBinFile::GetRecords(int first, int last, unsigned char*& buffer, int& leng
         return;
     }
     if (allocate) {
-        buffer = dorvik::GrabOrThrow(n + 1).release();
+        // Handed out only once the read succeeded: a failure leaves no block behind.
+        dorvik::Block<> held = dorvik::GrabOrThrow(n + 1);
+        Seek(static_cast<LONG>(start), begin);
+        Read(held.get(), n);
+        buffer = held.release();
         length = static_cast<int>(n);
-    } else if (length < 0) {
-        length = 0;
-    } else if (static_cast<DWORD>(length) > n) {
-        length = static_cast<int>(n);
+        return;
     }
+    if (length < 0) length = 0;
+    if (static_cast<DWORD>(length) > n) length = static_cast<int>(n);
     if (length == 0) return;
     Seek(static_cast<LONG>(start), begin);
     Read(buffer, static_cast<UINT>(length));
