@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <dirent.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -13,29 +11,6 @@
 #include "TestUtil.h"
 
 namespace {
-// Points $TMPDIR at a directory of the test's own while it lives, so that the files a
-// spill stack makes for itself can be counted there.
-class OwnTempFolder {
-public:
-    OwnTempFolder() : m_hadOld(std::getenv("TMPDIR") != nullptr) {
-        if (m_hadOld) m_old = std::getenv("TMPDIR");
-        setenv("TMPDIR", m_dir.Root().c_str(), 1);
-    }
-    ~OwnTempFolder() { m_hadOld ? setenv("TMPDIR", m_old.c_str(), 1) : unsetenv("TMPDIR"); }
-    int SpillFiles() const {
-        int n = 0;
-        DIR* dir = opendir(m_dir.Root().c_str());
-        while (dirent* entry = readdir(dir)) n += std::string(entry->d_name).rfind("egy", 0) == 0;
-        closedir(dir);
-        return n;
-    }
-
-private:
-    TempDir m_dir;
-    bool m_hadOld;
-    std::string m_old;
-};
-
 // Pop of the stored (`expand` false) or expanded bytes; `ok` is Pop's result.
 Bytes PopBytes(CBitArraySaver& saver, int number, bool expand, bool* ok = nullptr) {
     unsigned char* buffer = reinterpret_cast<unsigned char*>(1);
@@ -192,22 +167,22 @@ TEST(SpillStack, TakesOverASavedFileOnlyWithAPlausibleTop) {
 }
 
 TEST(SpillStack, LeavesNoTemporaryBehind) {
-    OwnTempFolder temp;
+    TempFolder temp;
     TempDir dir;
     std::string mine = dir.Path("mine");
     {
         CBitArraySaver saver;
         PopBytes(saver, 10001, false);  // refused before any file is made
-        EXPECT_EQ(temp.SpillFiles(), 0);
+        EXPECT_EQ(temp.Files("egy").size(), 0u);
         bool ok = false;
         EXPECT_TRUE(PopBytes(saver, 1, true, &ok).empty());  // the first use makes it
         EXPECT_TRUE(ok);
-        EXPECT_EQ(temp.SpillFiles(), 1);
+        EXPECT_EQ(temp.Files("egy").size(), 1u);
         EXPECT_EQ(saver.Push(P("abc"), 3, true), 1);
         // Moving to the caller's file drops the temporary at once; the caller's file
         // survives the object.
         saver.SetTempFile(mine.c_str());
-        EXPECT_EQ(temp.SpillFiles(), 0);
+        EXPECT_EQ(temp.Files("egy").size(), 0u);
         EXPECT_EQ(saver.Push(P("abc"), 3, true), 1);
     }
     EXPECT_TRUE(Exists(mine));
@@ -216,19 +191,21 @@ TEST(SpillStack, LeavesNoTemporaryBehind) {
         // pushing (no room to compress), pass on, leave no file behind and release the
         // lock: another thread goes on.
         CBitArraySaver saver;
-        std::size_t old = DorvikSetBlockLimit(1000);
-        EXPECT_THROW(saver.Push(P("abc"), 3, false), CMemoryException);
-        DorvikSetBlockLimit(old);
-        EXPECT_EQ(temp.SpillFiles(), 0);
+        {
+            BlockLimit tight(1000);
+            EXPECT_THROW(saver.Push(P("abc"), 3, false), CMemoryException);
+        }
+        EXPECT_EQ(temp.Files("egy").size(), 0u);
         std::thread([&] { EXPECT_EQ(saver.Push(P("abc"), 3, false), 1); }).join();
         Bytes big(5000, 0x5A);
-        old = DorvikSetBlockLimit(1000);
-        EXPECT_THROW(saver.Push(big.data(), 5000, true), CMemoryException);
-        DorvikSetBlockLimit(old);
+        {
+            BlockLimit tight(1000);
+            EXPECT_THROW(saver.Push(big.data(), 5000, true), CMemoryException);
+        }
         std::thread([&] { EXPECT_EQ(saver.Push(P("def"), 3, false), 2); }).join();
-        EXPECT_EQ(temp.SpillFiles(), 1);
+        EXPECT_EQ(temp.Files("egy").size(), 1u);
     }
-    EXPECT_EQ(temp.SpillFiles(), 0);
+    EXPECT_EQ(temp.Files("egy").size(), 0u);
 }
 
 TEST(SpillStackThreads, FourThreadsPushAndPopOnOneObject) {
