@@ -644,6 +644,19 @@ TEST(DamagedFiles, ATableOutOfStepWithTheEndIsNoTable) {
     }
 }
 
+// A table that falls loads (its records read as far as they fit), but is no valid file:
+// no change would take it.
+TEST(DamagedFiles, AFallingTableIsNoValidFile) {
+    TempDir dir;
+    WriteAll(dir.Path("f"), Cat({B("abcde"), Words({0, 3, 2, 5, 5})}));
+    EXPECT_FALSE(CBinFile::IsValidBinFile(dir.Path("f").c_str()));
+    CBinFile f(dir.Path("f").c_str(), CFile::modeReadWrite);
+    EXPECT_EQ(f.GetRecordCount(), 4);
+    EXPECT_EQ(f.GetRecordLength(0), 3);
+    EXPECT_EQ(f.GetRecordLength(1), 0);
+    EXPECT_THROW(f.Add(P("x"), 1), CFileException);
+}
+
 namespace {
 // A record file whose reads fail once `fail` is set.
 class FailingReads : public CBinFile {
