@@ -4,14 +4,25 @@
 #include <fstream>
 #include <map>
 #include <random>
+#include <ranges>
 #include <set>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "Dorvik01.h"
 #include "TestUtil.h"
 #include "dorvik/dorvik.hpp"
+
+// The ranges and the ownership the types promise.
+static_assert(std::ranges::input_range<dorvik::RecordFile>);
+static_assert(std::ranges::input_range<dorvik::Dictionary>);
+static_assert(std::ranges::forward_range<const dorvik::BitSet>);
+static_assert(std::is_nothrow_move_constructible_v<dorvik::RecordFile> &&
+              !std::is_copy_constructible_v<dorvik::RecordFile>);
+static_assert(std::is_nothrow_move_assignable_v<dorvik::PostingsFile> &&
+              !std::is_copy_assignable_v<dorvik::Dictionary>);
 
 namespace {
 using dorvik::ErrorCode;

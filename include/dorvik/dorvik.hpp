@@ -5,9 +5,10 @@
 // CString or CFile. Each type holds the engine's own objects and adds no file logic:
 // a file written through one interface reads through the other.
 //
-// Errors. Every failure is thrown as dorvik::Error (a std::runtime_error) with a code,
-// the path concerned and the OS error; the engine's file and memory exceptions are
-// translated at this boundary, and so is std::bad_alloc. "Not found" is an empty
+// Errors. Failures are thrown as dorvik::Error (a std::runtime_error) with a code, the
+// path concerned and the OS error: the engine's file and memory exceptions, and
+// std::bad_alloc and std::filesystem errors met on the way, are translated at this
+// boundary. "Not found" is an empty
 // std::optional, never -1. Destructors never throw: they drop errors, so call close()
 // to see them.
 //
