@@ -10,6 +10,7 @@
 #include "dorvik/BitArray.h"
 #include "frame/Block.h"
 
+namespace dorvik::classic {
 namespace {
 constexpr int kMoveChunk = 8 << 20;     // a move never holds more than this at once
 constexpr DWORD kTableSpare = 102400;   // growth step of the table, in bytes
@@ -263,3 +264,5 @@ int CBinFile::DeleteEmpty() {
     }
     return deleted;
 }
+
+}  // namespace dorvik::classic

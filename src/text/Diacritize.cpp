@@ -19,10 +19,10 @@
 #include "index/IXRecords.h"
 #include "text/Diacritization.h"
 
-const char DiacritizeDelimiters[37] = {' ', '\t', '!', '@',    '#', '%', '^',    '&',    '-',  '=',
-                                       '(', ')',  '[', ']',    '{', '}', '\xA1', '\xBA', ';',  ':',
-                                       '"', ',',  '.', '<',    '>', '/', '`',    '\'',   '\r', '\n',
-                                       '|', '$',  '?', '\xBF', '+', '*', '\0'};
+const char dorvik::classic::DiacritizeDelimiters[37] = {
+    ' ', '\t', '!',  '@',    '#',    '%', '^', '&',    '-', '=', '(', ')', '[',
+    ']', '{',  '}',  '\xA1', '\xBA', ';', ':', '"',    ',', '.', '<', '>', '/',
+    '`', '\'', '\r', '\n',   '|',    '$', '?', '\xBF', '+', '*', '\0'};
 
 namespace {
 // The chosen form of `word` among the records of `hits`, by `frequency(i)`; false when
