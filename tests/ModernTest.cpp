@@ -304,6 +304,32 @@ TEST(ModernBitSet, KeepsToTheLargestBitAndTheCompressedForm) {
               (dorvik::BitSet{0, 2}));
 }
 
+// A const set is read by several threads at once: no call may write a cache behind
+// the caller's back (the CI runs this under ThreadSanitizer).
+TEST(ModernBitSet, ServesManyThreadsReadingAtOnce) {
+    dorvik::BitSet built;
+    for (std::uint32_t bit = 0; bit < 100000; bit += 3) built.set(bit);
+    const dorvik::BitSet& shared = built;
+    const std::size_t count = shared.count();
+    std::vector<char> good(4, 0);
+    std::vector<std::thread> threads;
+    for (std::size_t t = 0; t < good.size(); ++t)
+        threads.emplace_back([&, t] {
+            bool ok = true;
+            for (int i = 0; i < 20 && ok; ++i) {
+                std::size_t seen = 0;
+                for (std::uint32_t bit : shared) seen += bit % 3 == 0;
+                ok = seen == count && shared.count() == count && !shared.empty() &&
+                     shared.test(99999) && shared.last() == 99999u && shared.first() == 0u &&
+                     dorvik::BitSet::from_compressed(shared.to_compressed()) == shared &&
+                     (shared - shared).empty();
+            }
+            good[t] = ok;
+        });
+    for (std::thread& t : threads) t.join();
+    EXPECT_EQ(good, std::vector<char>(4, 1));
+}
+
 // ---- PostingsFile and Indexer ---------------------------------------------------------------
 
 TEST(ModernPostings, IndexerWritesWhatTheClassicCollectionWrites) {
