@@ -617,6 +617,26 @@ TEST(ModernDiacritizer, ServesManyThreadsAtOnce) {
     for (const std::string& r : results) EXPECT_EQ(r, expected);
 }
 
+TEST(ModernDiacritizer, CutsWordsAsItDiacritizesThem) {
+    std::string kataba = Utf8("DF F3 CA F3 C8 F3"), comma = Utf8("A1"), ask = Utf8("BF");
+    std::string text = " " + kataba + comma + "(x)\xF0\x9F\x98\x80" + "abc" + std::string(1, '\0') +
+                       "d" + ask + "e2";
+    EXPECT_EQ(dorvik::split_words(text),
+              (std::vector<std::string_view>{kataba, "x", "abc", "d", "e2"}));
+    EXPECT_TRUE(dorvik::split_words(" ,.\r\n").empty());
+    EXPECT_EQ(CodeOf([&] { dorvik::split_words("ab\xD9"); }), ErrorCode::bad_text);
+
+    // A marked corpus counts its forms: the most frequent one wins.
+    TempDir dir;
+    std::filesystem::path folder = dir.Path("corpus");
+    dorvik::Diacritizer::Builder builder(folder);
+    std::string kutiba = Utf8("DF F5 CA F6 C8 F3");
+    builder.add_text(kataba + " " + kutiba + comma + kutiba + "\n" + kataba + ". " + kutiba);
+    builder.finish();
+    EXPECT_EQ(ReadAll((folder / "forms.freq").string()), Words({2, 3}));
+    EXPECT_EQ(dorvik::Diacritizer(folder).diacritize(Utf8("DF CA C8")), Utf8("DF F5 CA F6 C8"));
+}
+
 TEST(ModernDiacritizer, ABuilderReplacesAFolderOnlyWhenItFinishes) {
     TempDir dir;
     std::filesystem::path folder = BuildForms(dir);

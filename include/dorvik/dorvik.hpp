@@ -521,6 +521,13 @@ private:
 
 // ---- Diacritizer ---------------------------------------------------------------------
 
+// The words of UTF-8 text as a Diacritizer cuts it: the runs between word ends (the
+// delimiters of the classic DiacritizeDelimiters, NUL, and every character that
+// Windows-1256 cannot hold), as views into `text`, in order. Throws Error(bad_text) for
+// invalid UTF-8, also a sequence cut by the end of `text`.
+__attribute__((visibility("default"))) std::vector<std::string_view> split_words(
+    std::string_view text);
+
 // Restores the marks of Arabic words in UTF-8 text by dictionary look-up, as the
 // classic DiacritizeBuffer does: each word takes its most frequent dictionary form
 // with the same letters that agrees with the marks the word already has (the lowest
@@ -625,6 +632,10 @@ public:
         // 2^31 - 1). Throws Error(bad_text) and Error(invalid_argument) as
         // Dictionary::add does, Error(closed) after finish().
         void add(std::string_view form, std::uint32_t count = 1);
+        // Adds each word of a marked text, as split_words() cuts it, with a count of 1:
+        // the way to count the forms of a corpus. Throws as add() and split_words() do;
+        // the words before a failing one stay added.
+        void add_text(std::string_view text);
         // Writes the four files and moves them into the folder. Throws Error; the
         // builder is spent either way.
         void finish();

@@ -16,14 +16,57 @@ namespace dorvik {
 
 using cxx::Guard;
 
+namespace {
+// The Windows-1256 bytes that end a word (the classic delimiters) and the mark bytes.
+struct WordBytes {
+    std::array<bool, 256> delimiter{};
+    std::array<bool, 256> mark{};
+
+    WordBytes() {
+        for (const char* d = DiacritizeDelimiters; *d; ++d)
+            delimiter[static_cast<unsigned char>(*d)] = true;
+        for (const char* m = DiacriticMarks; *m; ++m) mark[static_cast<unsigned char>(*m)] = true;
+    }
+};
+
+const WordBytes& Classes() {
+    static const WordBytes classes;
+    return classes;
+}
+
+// True when the character ends a word: a delimiter, NUL, or no Windows-1256 form.
+bool EndsWord(cxx::Char c) {
+    return c.byte <= 0 || Classes().delimiter[static_cast<unsigned char>(c.byte)];
+}
+
+Error InvalidUtf8(std::size_t at) {
+    return cxx::MakeError(ErrorCode::bad_text, "invalid UTF-8 at byte " + std::to_string(at));
+}
+}  // namespace
+
+std::vector<std::string_view> split_words(std::string_view text) {
+    std::vector<std::string_view> words;
+    std::size_t start = 0, at = 0;
+    while (at < text.size()) {
+        cxx::Char c = cxx::NextChar(text, at);
+        if (c.length <= 0) throw InvalidUtf8(at);
+        std::size_t next = at + static_cast<std::size_t>(c.length);
+        if (EndsWord(c)) {
+            if (at > start) words.push_back(text.substr(start, at - start));
+            start = next;
+        }
+        at = next;
+    }
+    if (at > start) words.push_back(text.substr(start, at - start));
+    return words;
+}
+
 struct Diacritizer::Impl {
     std::filesystem::path folder;
     std::string forms, wildcards, frequencies;
     std::size_t size = 0;
-    std::size_t longest = 0;            // bytes (= characters) of the longest form
-    std::array<bool, 256> delimiter{};  // the Windows-1256 bytes that end a word
-    std::array<bool, 256> mark{};       // the mark bytes
-    std::mutex mutex;                   // guards `idle`
+    std::size_t longest = 0;  // bytes (= characters) of the longest form
+    std::mutex mutex;         // guards `idle`
     std::vector<std::unique_ptr<Diacritization>> idle;
 
     std::unique_ptr<Diacritization> Open() const {
@@ -75,9 +118,6 @@ Diacritizer::Diacritizer(const std::filesystem::path& folder) : impl_(std::make_
         if (!std::filesystem::exists(*file))
             throw cxx::MakeError(ErrorCode::not_found, {}, *file, ENOENT);
     }
-    for (const char* d = DiacritizeDelimiters; *d; ++d)
-        impl.delimiter[static_cast<unsigned char>(*d)] = true;
-    for (const char* m = DiacriticMarks; *m; ++m) impl.mark[static_cast<unsigned char>(*m)] = true;
     std::unique_ptr<Diacritization> first = impl.Open();
     Guard(folder, [&] {
         impl.size = static_cast<std::size_t>(first->FormCount());
@@ -136,9 +176,7 @@ std::size_t Diacritizer::Stream::Impl::Run(std::string_view text, bool final, st
     };
     while (at < text.size()) {
         cxx::Char c = cxx::NextChar(text, at);
-        if (c.length == 0)
-            throw cxx::MakeError(ErrorCode::bad_text,
-                                 "invalid UTF-8 at byte " + std::to_string(at));
+        if (c.length == 0) throw InvalidUtf8(at);
         if (c.length < 0) break;  // the piece ends inside a sequence: keep it for the next
         std::size_t next = at + static_cast<std::size_t>(c.length);
         std::string_view raw = text.substr(at, next - at);
@@ -152,7 +190,7 @@ std::size_t Diacritizer::Stream::Impl::Run(std::string_view text, bool final, st
             continue;
         }
         auto byte = static_cast<unsigned char>(c.byte);
-        if (e.delimiter[byte]) {
+        if (Classes().delimiter[byte]) {
             passing = false;
             run += static_cast<char>(byte);
             wordEnd(run.size(), at);
@@ -168,7 +206,7 @@ std::size_t Diacritizer::Stream::Impl::Run(std::string_view text, bool final, st
         // 2n + r + 1; no form of at most `longest` bytes reaches a level above
         // 2 * longest, or has more letters than `longest`.
         bool hopeless;
-        if (e.mark[byte]) {
+        if (Classes().mark[byte]) {
             hopeless = 2 * letters + ++marks > 2 * longest;
         } else {
             marks = 0;
@@ -240,7 +278,7 @@ std::optional<std::string> Diacritizer::lookup(std::string_view word) const {
     std::optional<std::string> bytes = cxx::Encode(word, false);
     if (!bytes) return std::nullopt;
     for (char b : *bytes)
-        if (impl_->delimiter[static_cast<unsigned char>(b)]) return std::nullopt;
+        if (Classes().delimiter[static_cast<unsigned char>(b)]) return std::nullopt;
     Impl::Lease files(*impl_);
     return Guard(impl_->folder, [&]() -> std::optional<std::string> {
         CString form(bytes->c_str());
@@ -300,6 +338,10 @@ void Diacritizer::Builder::add(std::string_view form, std::uint32_t count) {
     if (id >= counts.size()) counts.resize(id + 1, 0);
     counts[id] = static_cast<std::uint32_t>(
         std::min<std::uint64_t>(std::uint64_t{counts[id]} + count, INT_MAX));
+}
+
+void Diacritizer::Builder::add_text(std::string_view text) {
+    for (std::string_view word : split_words(text)) add(word);
 }
 
 void Diacritizer::Builder::finish() {
