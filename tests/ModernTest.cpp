@@ -661,6 +661,9 @@ TEST(ModernDiacritizer, ABuilderReplacesAFolderOnlyWhenItFinishes) {
     EXPECT_EQ(ReadAll((folder / "manifest.json").string()), B("{}"));
     dorvik::Diacritizer d(folder);
     EXPECT_EQ(d.size(), 2u);
+    dorvik::Diacritizer taken = std::move(d);
+    EXPECT_EQ(CodeOf([&] { d.diacritize("a"); }), ErrorCode::closed);  // moved from
+    EXPECT_EQ(taken.lookup("a"), "a");
     std::filesystem::remove(folder / "forms.freq");
     try {
         dorvik::Diacritizer missing(folder);

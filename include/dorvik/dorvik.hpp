@@ -481,7 +481,9 @@ public:
     // The matching words themselves, in id order.
     std::vector<std::string> match(std::string_view pattern);
 
-    // The words in sorted order, one read each.
+    // The words in sorted order, one read each. Changing or closing the dictionary
+    // while iterating is not allowed (the iterator then throws Error(closed) or reads
+    // stale positions).
     iterator begin();
     std::default_sentinel_t end() const noexcept { return {}; }
 
@@ -554,7 +556,8 @@ __attribute__((visibility("default"))) std::vector<std::string_view> split_words
 // are busy, so memory grows with the number of threads that really run at once, each
 // set up to the size of the wildcard index plus its expanded cells.
 //
-// Copies share the open folder; the folder's files must not change while it is open.
+// Copies share the open folder; the folder's files must not change while it is open. A
+// moved-from diacritizer is closed: its calls throw Error(closed).
 class __attribute__((visibility("default"))) Diacritizer {
 public:
     class Stream;
@@ -647,6 +650,8 @@ public:
 
 private:
     struct Impl;
+    // The open folder; Error(closed) for a moved-from diacritizer.
+    Impl& engine() const;
     std::shared_ptr<Impl> impl_;
 };
 

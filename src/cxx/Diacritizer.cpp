@@ -132,9 +132,17 @@ Diacritizer& Diacritizer::operator=(const Diacritizer&) noexcept = default;
 Diacritizer& Diacritizer::operator=(Diacritizer&&) noexcept = default;
 Diacritizer::~Diacritizer() = default;
 
-const std::filesystem::path& Diacritizer::folder() const noexcept { return impl_->folder; }
+const std::filesystem::path& Diacritizer::folder() const noexcept {
+    static const std::filesystem::path none;
+    return impl_ ? impl_->folder : none;
+}
 
-std::size_t Diacritizer::size() const noexcept { return impl_->size; }
+std::size_t Diacritizer::size() const noexcept { return impl_ ? impl_->size : 0; }
+
+Diacritizer::Impl& Diacritizer::engine() const {
+    cxx::RequireOpen(impl_ != nullptr, {});
+    return *impl_;
+}
 
 // ---- Streams ------------------------------------------------------------------------
 
@@ -259,12 +267,14 @@ std::string Diacritizer::Stream::finish() {
 }
 
 Diacritizer::Stream Diacritizer::stream() const {
+    engine();
     auto impl = std::make_unique<Stream::Impl>();
     impl->engine = impl_;
     return Stream(std::move(impl));
 }
 
 std::string Diacritizer::diacritize(std::string_view text) const {
+    engine();
     Stream::Impl stream;
     stream.engine = impl_;
     std::string out;
@@ -274,13 +284,14 @@ std::string Diacritizer::diacritize(std::string_view text) const {
 }
 
 std::optional<std::string> Diacritizer::lookup(std::string_view word) const {
+    Impl& impl = engine();
     if (word.empty() || word.find('\0') != std::string_view::npos) return std::nullopt;
     std::optional<std::string> bytes = cxx::Encode(word, false);
     if (!bytes) return std::nullopt;
     for (char b : *bytes)
         if (Classes().delimiter[static_cast<unsigned char>(b)]) return std::nullopt;
-    Impl::Lease files(*impl_);
-    return Guard(impl_->folder, [&]() -> std::optional<std::string> {
+    Impl::Lease files(impl);
+    return Guard(impl.folder, [&]() -> std::optional<std::string> {
         CString form(bytes->c_str());
         if (!files->Word(form)) return std::nullopt;
         return from_cp1256(form.str());

@@ -271,6 +271,7 @@ Dictionary::iterator& Dictionary::iterator::operator++() {
 
 void Dictionary::iterator::load() {
     if (position_ >= end_) return;
+    cxx::RequireOpen(dictionary_->is_open(), {});
     Impl& impl = *dictionary_->impl_;
     Guard(impl.path, [&] {
         CString text;
