@@ -664,6 +664,8 @@ TEST(ModernDiacritizer, ABuilderReplacesAFolderOnlyWhenItFinishes) {
     dorvik::Diacritizer taken = std::move(d);
     EXPECT_EQ(CodeOf([&] { d.diacritize("a"); }), ErrorCode::closed);  // moved from
     EXPECT_EQ(taken.lookup("a"), "a");
+    WriteAll((folder / "forms.wild").string(), B("damaged"));
+    EXPECT_EQ(CodeOf([&] { dorvik::Diacritizer damaged(folder); }), ErrorCode::invalid_file);
     std::filesystem::remove(folder / "forms.freq");
     try {
         dorvik::Diacritizer missing(folder);

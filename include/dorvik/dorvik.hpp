@@ -572,7 +572,8 @@ public:
     };
 
     // Opens the folder and makes a first working set, so missing or damaged files
-    // show here: Error(not_found) with the path of the missing file, invalid_file.
+    // show here: Error(not_found) with the path of the missing file, Error(invalid_file)
+    // for a forms.bin or forms.wild that is no record file.
     explicit Diacritizer(const std::filesystem::path& folder);
     Diacritizer(const Diacritizer&) noexcept;
     Diacritizer(Diacritizer&&) noexcept;

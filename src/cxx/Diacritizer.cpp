@@ -118,6 +118,11 @@ Diacritizer::Diacritizer(const std::filesystem::path& folder) : impl_(std::make_
         if (!std::filesystem::exists(*file))
             throw cxx::MakeError(ErrorCode::not_found, {}, *file, ENOENT);
     }
+    // A damaged dictionary or index would only leave every word unchanged: say so here.
+    for (const std::string* file : {&impl.forms, &impl.wildcards}) {
+        if (!Guard(*file, [&] { return CBinFile::IsValidBinFile(file->c_str()); }))
+            throw cxx::MakeError(ErrorCode::invalid_file, "no record file", *file);
+    }
     std::unique_ptr<Diacritization> first = impl.Open();
     Guard(folder, [&] {
         impl.size = static_cast<std::size_t>(first->FormCount());
