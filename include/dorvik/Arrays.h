@@ -15,7 +15,8 @@ public:
     int GetUpperBound() const { return m_nSize - 1; }
     // Sets the size; added elements are 0. `growBy` -1 keeps the grow step, another
     // value replaces it (0: a step chosen from the size). A size below 0 counts as 0.
-    // Throws CMemoryException when the block cannot be had.
+    // Throws CMemoryException when the block cannot be had or would reach 2 GiB; the
+    // array is then unchanged.
     void SetSize(int newSize, int growBy = -1);
     void RemoveAll();
 
@@ -29,7 +30,8 @@ public:
     const DWORD* GetData() const { return m_pData; }
     DWORD* GetData() { return m_pData; }
 
-    // Grows the array to index + 1 when needed, then sets the element.
+    // Grows the array to index + 1 when needed, then sets the element. Throws
+    // CMemoryException as SetSize does (INT_MAX among them).
     void SetAtGrow(int index, DWORD value);
     // Appends; returns the index of the new element.
     int Add(DWORD value);

@@ -114,8 +114,8 @@ public:
     // `value`; the bits above move up by `count`. The length grows to hold the old bits
     // plus `count` (plus the distance when `bit` lies beyond the end), and further when
     // `value` is true and the gap reaches beyond that. `count` 0 or less, or `bit` below
-    // -1, does nothing. Throws CMemoryException when the gap would reach past bit
-    // 2^31 - 1.
+    // -1, does nothing. Throws CMemoryException, with the array unchanged, when the gap
+    // or the bytes moved up would reach past bit 2^31 - 1.
     void Insert(int bit, int count, bool value);
     // Removes bits from..to (cut to the end) and moves the bits above down. The length
     // becomes the bytes that the remaining bits need, rounded up. `from` at or beyond the

@@ -43,6 +43,8 @@ public:
     // The element at `index`, made on demand: an index past the end grows the array
     // (slots between stay null) and a null slot gets a new empty element, so the size
     // can change on a const call. Null only for a negative index. Owned by the array.
+    // Throws CMemoryException when the slots cannot be had, always from index
+    // 2^28 - 1 on (2 GiB of slots).
     CBitArray* GetAt(int index) const;
     CBitArray* operator[](int index) const { return GetAt(index); }
     // The last element (made on demand), or null for an empty array.

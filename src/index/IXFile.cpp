@@ -106,6 +106,15 @@ void CIXFile::Init(int count) {
 
 int CIXFile::ReadOne(int position) { return dorvik::ReadIXRecord(*this, position); }
 
+void CIXFile::SetIndexFile(CIXFile* index) {
+    // Every lookup goes down the chain of index files: one that came back here would
+    // never end.
+    for (CIXFile* link = index; link; link = link->m_pIndexFile) {
+        if (link == this) return;
+    }
+    m_pIndexFile = index;
+}
+
 int CIXFile::GetRecord(int position) {
     int physical = PhysicalPosition(position, GetRecordCount());
     return physical < 0 ? m_nInitValue : ReadOne(physical);
@@ -275,6 +284,7 @@ int CIXFile::Find(int start, int value) {
         return PhysicalPosition(low, count);
     }
     // Piece by piece, so that a loop that steps from hit to hit reads the file once.
+    if (start >= count) return -1;
     int first = std::max(start, -1) + 1;
     while (first < count) {
         int n = std::min(kPiece, count - first);

@@ -144,9 +144,17 @@ bool CBinFile::IsValidBinFile() {
     if (!dorvik::LocateTable(*this, 0, length, table)) return false;
     if (length == 4) return true;  // the empty file: its one word is 0
     if (table.offset == 0) return false;
-    DWORD first = 1;
-    dorvik::ReadTableEntries(*this, table.offset, &first, 1);
-    return first == 0;
+    // Entry 0 must be 0 and the entries must rise to the data end, as every change
+    // requires: a valid file is one that loads, reads and changes as it stands.
+    dorvik::Block<DWORD> entries = dorvik::GrabOrThrow<DWORD>(4 * (table.count + 1));
+    if (dorvik::ReadTableEntries(*this, table.offset, entries.get(), table.count + 1) !=
+            table.count + 1 ||
+        entries.get()[0] != 0)
+        return false;
+    for (DWORD i = 0; i < table.count; ++i) {
+        if (entries.get()[i + 1] < entries.get()[i]) return false;
+    }
+    return true;
 }
 
 bool CBinFile::IsValidBinFile(const char* path) {
@@ -174,6 +182,7 @@ void CBinFile::Init(int count) {
     if (count <= m_nRecordCount) return;
     RequireTable();
     if (count <= m_nRecordCount) return;
+    dorvik::RequireRecordFileRoom(*this, m_pAddresses[m_nRecordCount], count);
     EnsureAddressRoom(count, kFirstTableBytes);
     DWORD dataEnd = m_pAddresses[m_nRecordCount];
     for (int i = m_nRecordCount + 1; i <= count; ++i) m_pAddresses[i] = dataEnd;
@@ -224,8 +233,9 @@ bool CBinFile::RecordSpan(int first, int last, DWORD& start, DWORD& length) cons
     if (!m_pAddresses || first < 0 || first > last || last >= m_nRecordCount) return false;
     start = m_pAddresses[first];
     DWORD stop = m_pAddresses[last + 1];
-    // A sound table never fails this; a corrupt one must not drive a read or an
-    // allocation beyond the data.
+    // Entry `count` is the data end: loading takes it from the file's last word, which
+    // lies inside the file, and changes keep it so. A sound table never fails this; a
+    // corrupt one must not drive a read or an allocation beyond the data.
     if (stop < start || stop > m_pAddresses[m_nRecordCount]) return false;
     length = stop - start;
     return true;
@@ -238,10 +248,11 @@ void CBinFile::GetRecords(int first, int last, unsigned char*& buffer, int& leng
         length = 0;
         return;
     }
+    // The seek comes first, and a block is handed out only once the read succeeded: a
+    // failure leaves the caller's buffer as it was and no block behind.
+    Seek(static_cast<LONG>(start), begin);
     if (allocate) {
-        // Handed out only once the read succeeded: a failure leaves no block behind.
         dorvik::Block<> held = dorvik::GrabOrThrow(n + 1);
-        Seek(static_cast<LONG>(start), begin);
         Read(held.get(), n);
         buffer = held.release();
         length = static_cast<int>(n);
@@ -249,9 +260,7 @@ void CBinFile::GetRecords(int first, int last, unsigned char*& buffer, int& leng
     }
     if (length < 0) length = 0;
     if (static_cast<DWORD>(length) > n) length = static_cast<int>(n);
-    if (length == 0) return;
-    Seek(static_cast<LONG>(start), begin);
-    Read(buffer, static_cast<UINT>(length));
+    if (length > 0) Read(buffer, static_cast<UINT>(length));
 }
 
 void CBinFile::GetRecord(int index, unsigned char*& buffer, int& length, bool allocate) {
