@@ -7,6 +7,7 @@
 #include "Operation.h"
 #include "Platform.h"
 
+namespace dorvik::classic {
 class CBitArray;
 
 // Records are 1 to 4 bytes. GetRecord reads a 1- to 3-byte record whose top bit is set
@@ -198,3 +199,8 @@ protected:
     int m_nGrowCount = 0;
     CIXFile* m_pIndexFile = nullptr;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBitArray;
+using dorvik::classic::CIXFile;

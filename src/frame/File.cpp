@@ -9,6 +9,7 @@
 
 #include "frame/Coding.h"
 
+namespace dorvik::classic {
 namespace {
 using dorvik::kMaxFileLength;
 constexpr std::size_t kWriteBehind = 64 * 1024;
@@ -236,3 +237,5 @@ void CFile::Rename(const char* from, const char* to) {
         throw CFileException(CFileException::OsErrorToException(err), err, from);
     }
 }
+
+}  // namespace dorvik::classic

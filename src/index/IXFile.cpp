@@ -13,6 +13,7 @@
 #include "frame/Coding.h"
 #include "index/IXRecords.h"
 
+namespace dorvik::classic {
 namespace {
 using dorvik::EncodeIXRecord;
 constexpr std::int64_t kMaxFile = dorvik::kMaxFileLength;
@@ -605,3 +606,5 @@ void CIXFile::Invert(bool (*progress)(int, int), CFile* target) {
     }
     out->SetLength(static_cast<DWORD>(entries * size));
 }
+
+}  // namespace dorvik::classic

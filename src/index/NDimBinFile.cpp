@@ -9,6 +9,7 @@
 #include "frame/Coding.h"
 #include "recordfile/RecordTable.h"
 
+namespace dorvik::classic {
 using dorvik::Block;
 using dorvik::GrabOrThrow;
 using dorvik::Hold;
@@ -256,3 +257,5 @@ void CNDimBinFile::GetRecordsBitmap(int dim, int* indices, CBitArray& bits) {
     CMemBinFile image(block, static_cast<UINT>(length), 0);
     image.GetRecordsBitmap(bits);
 }
+
+}  // namespace dorvik::classic

@@ -8,6 +8,7 @@
 #include "frame/Coding.h"
 #include "recordfile/RecordTable.h"
 
+namespace dorvik::classic {
 namespace {
 constexpr DWORD kFirstTableBytes = 102400;  // room for 25599 records in a new file
 }  // namespace
@@ -294,3 +295,5 @@ int CBinFile::GetMaxRecordLength() {
     }
     return best;
 }
+
+}  // namespace dorvik::classic

@@ -13,6 +13,7 @@
 #include "frame/Block.h"
 #include "recordfile/RecordTable.h"
 
+namespace dorvik::classic {
 namespace {
 constexpr int kMoveChunk = 8 << 20;     // a move never holds more than this at once
 constexpr DWORD kTableSpare = 102400;   // growth step of the table, in bytes
@@ -285,3 +286,5 @@ int CBinFile::DeleteEmpty() {
     }
     return deleted;
 }
+
+}  // namespace dorvik::classic
