@@ -3,16 +3,15 @@
 // bytes must be those of the guide, so the guide cannot drift from the code.
 //
 // A dump line is an offset (4 hex digits, the bytes before the line), bytes (2 upper-case
-// hex digits each), an optional repeat "×N" (the line's bytes N times), then free text.
+// hex digits each), an optional repeat "×N" (the line's bytes N times), then two blanks
+// and free text.
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <filesystem>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <map>
-#include <regex>
-#include <sstream>
 #include <string>
 
 #include "Dorvik01.h"
@@ -22,21 +21,57 @@
 namespace {
 using Dumps = std::map<std::string, Bytes>;
 
+// Upper-case hex digits only, as the guide writes them; -1 for anything else.
+int HexDigit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+// One dump line: "OOOO XX XX ... [×N][  note]". Gives the offset and appends the bytes
+// (N times); false when the line breaks the rules.
+bool ParseDumpLine(const std::string& text, std::size_t& offset, Bytes& bytes) {
+    std::size_t at = 0;
+    offset = 0;
+    for (; at < 4; ++at) {
+        if (at >= text.size() || HexDigit(text[at]) < 0) return false;
+        offset = offset * 16 + static_cast<std::size_t>(HexDigit(text[at]));
+    }
+    Bytes piece;
+    while (at + 3 <= text.size() && text[at] == ' ' && HexDigit(text[at + 1]) >= 0 &&
+           HexDigit(text[at + 2]) >= 0) {
+        piece.push_back(
+            static_cast<unsigned char>(HexDigit(text[at + 1]) * 16 + HexDigit(text[at + 2])));
+        at += 3;
+    }
+    if (piece.empty()) return false;
+    int times = 1;
+    const std::string repeat = " ×";
+    if (text.compare(at, repeat.size(), repeat) == 0) {
+        at += repeat.size();
+        std::size_t digits = text.find_first_not_of("0123456789", at);
+        if (digits == at) return false;
+        times = std::stoi(text.substr(at, digits - at));
+        at = digits == std::string::npos ? text.size() : digits;
+    }
+    if (at != text.size() && text.compare(at, 2, "  ") != 0) return false;
+    for (; times > 0; --times) bytes.insert(bytes.end(), piece.begin(), piece.end());
+    return true;
+}
+
 // The dumps of the guide by name; a line that breaks the dump rules fails the test.
 Dumps ReadGuide(const std::string& path) {
     std::ifstream in(path);
     EXPECT_TRUE(in) << "cannot read " << path;
-    static const std::regex open("^```hex ([a-z0-9-]+)\\s*$");
-    static const std::regex line("^([0-9A-F]{4})((?: [0-9A-F]{2})+)(?: ×([0-9]+))?(?:  .*)?$");
+    const std::string open = "```hex ";
     Dumps dumps;
     std::string text, name;
     int number = 0;
     while (std::getline(in, text)) {
         ++number;
-        std::smatch m;
         if (name.empty()) {
-            if (std::regex_match(text, m, open)) {
-                name = m[1];
+            if (text.compare(0, open.size(), open) == 0) {
+                name = text.substr(open.size());
                 EXPECT_FALSE(dumps.count(name)) << "dump " << name << " appears twice";
                 dumps[name];
             }
@@ -47,15 +82,13 @@ Dumps ReadGuide(const std::string& path) {
             continue;
         }
         Bytes& bytes = dumps[name];
-        if (!std::regex_match(text, m, line)) {
+        std::size_t before = bytes.size(), offset = 0;
+        if (!ParseDumpLine(text, offset, bytes)) {
             ADD_FAILURE() << path << ":" << number << ": not a dump line: " << text;
             continue;
         }
-        EXPECT_EQ(std::stoul(m[1], nullptr, 16), bytes.size())
-            << path << ":" << number << ": the offset is not the bytes before the line";
-        Bytes piece = Hex(m[2]);
-        for (int times = m[3].matched ? std::stoi(m[3]) : 1; times > 0; --times)
-            bytes.insert(bytes.end(), piece.begin(), piece.end());
+        EXPECT_EQ(offset, before) << path << ":" << number
+                                  << ": the offset is not the bytes before the line";
     }
     EXPECT_TRUE(name.empty()) << "dump " << name << " is not closed";
     return dumps;

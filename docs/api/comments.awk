@@ -6,6 +6,7 @@
 #  - the comment at the top of a header documents the header's class when it names
 #    that class first ("// CBinFile: ...") or when the header exports just one class
 #    that has no comment of its own; otherwise it documents the header itself;
+#  - a comment above a run of overloads documents each of them (a member group);
 #  - text that Doxygen would read as markup (\ @ < > & % # $ *) is escaped outside
 #    `code` spans, so the comments come out as they are written.
 # Every output line stands for the same input line, so Doxygen's warnings point at
