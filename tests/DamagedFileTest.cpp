@@ -603,8 +603,9 @@ TEST(DamagedFiles, NestedFilesLeadNowhereInsteadOfOutside) {
 
 // Two files whose length less the last word is no multiple of 4: read in step from the
 // last word, the table took other bytes for the data end and let a record reach 64 MiB
-// and -1.8 GB. They are no record files, and every reader sees nothing in them.
-TEST(DamagedFiles, ATableOutOfStepWithTheEndIsNoTable) {
+// and -1.8 GB. They load (the count rounds down) and even pass the two-word validity
+// test, but no record reaches past the table offset and no change takes them.
+TEST(DamagedFiles, ATableOutOfStepWithTheEndReadsNothingPastTheTable) {
     TempDir dir;
     const Bytes shortFile = Hex("6162636465 00000000 00000004 00000005 000000");
     const Bytes longFile = Cat({Bytes(149, 0x61), Hex("00000000 00000090 00000095 000000")});
@@ -613,43 +614,49 @@ TEST(DamagedFiles, ATableOutOfStepWithTheEndIsNoTable) {
     for (const Bytes& image : {shortFile, longFile}) {
         std::string path = dir.Path("bad");
         WriteAll(path, image);
-        EXPECT_FALSE(CBinFile::IsValidBinFile(path.c_str()));
-        CBinFile plain;
-        EXPECT_EQ(plain.Open(path.c_str(), CFile::modeRead), 0);
+        EXPECT_TRUE(CBinFile::IsValidBinFile(path.c_str()));  // entry 0 reads 0
+        {
+            CBinFile plain;
+            ASSERT_NE(plain.Open(path.c_str(), CFile::modeReadWrite), 0);
+            EXPECT_EQ(plain.GetRecordCount(), 2);
+            EXPECT_THROW(plain.Add(P("x"), 1), CFileException);
+            EXPECT_THROW(plain.Modify(0, P("x"), 1), CFileException);
+        }
+        EXPECT_EQ(ReadAll(path), image);
         CTextBinFile text(path.c_str(), CFile::modeRead);
-        EXPECT_FALSE(text.IsValidBinFile());
-        EXPECT_EQ(text.GetRecordCount(), 0);
-        EXPECT_EQ(text.CBinFile::GetRecordLength(0), 0);
-        unsigned char* block = nullptr;
-        int length = -1;
-        text.CBinFile::GetRecord(0, block, length, true);
-        EXPECT_EQ(block, nullptr);
-        EXPECT_EQ(length, 0);
-        EXPECT_EQ(text[0], "");
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(text.CBinFile::GetRecordLength(i), 0);
+            unsigned char* block = nullptr;
+            int length = -1;
+            text.CBinFile::GetRecord(i, block, length, true);
+            EXPECT_EQ(block, nullptr);
+            EXPECT_EQ(length, 0);
+            EXPECT_EQ(text[i], "");
+        }
         EXPECT_EQ(text.Find(-1, "a", nullptr, false, false, false, false, false, false, nullptr),
                   -1);
         CBitsBinFile bits(path.c_str(), CFile::modeRead);
         EXPECT_FALSE(bits.GetAt(0, 3));
         EXPECT_EQ(bits.GetCount(0), 0);
-        // The same bytes nested in a sound file lead nowhere.
+        // The same bytes nested in a sound file: the walk counts the entries back from
+        // the image end, and what it finds stays inside the data before the offset.
         CNDimBinFile nested(dir.Path("n").c_str(), CFile::modeCreate | CFile::modeReadWrite);
         nested.Add(const_cast<unsigned char*>(image.data()), static_cast<int>(image.size()));
         int path2[] = {0, 0};
-        EXPECT_EQ(nested.GetRecordCount(1, path2), 0);
-        EXPECT_EQ(nested.GetRecordLength(2, path2), 0);
-        CBitArray kept;
-        kept.SetAt(9);
-        nested.GetRecordsBitmap(1, path2, kept);
-        EXPECT_TRUE(kept.GetAt(9));
+        EXPECT_EQ(nested.GetRecordCount(1, path2), 2);
+        const int offset = static_cast<int>(image.size()) - 15;
+        EXPECT_LE(nested.GetRecordLength(2, path2), offset);
+        path2[1] = 1;
+        EXPECT_LE(nested.GetRecordLength(2, path2), offset);
     }
 }
 
-// A table that falls loads (its records read as far as they fit), but is no valid file:
-// no change would take it.
-TEST(DamagedFiles, AFallingTableIsNoValidFile) {
+// A table that falls loads and reads its records as far as they fit; the validity test
+// reads entry 0 only and passes it, but no change takes it.
+TEST(DamagedFiles, AFallingTableLoadsButRefusesChanges) {
     TempDir dir;
     WriteAll(dir.Path("f"), Cat({B("abcde"), Words({0, 3, 2, 5, 5})}));
-    EXPECT_FALSE(CBinFile::IsValidBinFile(dir.Path("f").c_str()));
+    EXPECT_TRUE(CBinFile::IsValidBinFile(dir.Path("f").c_str()));
     CBinFile f(dir.Path("f").c_str(), CFile::modeReadWrite);
     EXPECT_EQ(f.GetRecordCount(), 4);
     EXPECT_EQ(f.GetRecordLength(0), 3);

@@ -562,6 +562,19 @@ TEST(ExtremeArguments, AnIndexFileCycleIsRefused) {
     EXPECT_EQ(b.GetIndexFile(), nullptr);
     EXPECT_EQ(a.GetIndexFile(), &b);
     EXPECT_EQ(a.GetRecord(0), 5);  // the view through b
+
+    // The number array keeps its index arrays the same way.
+    CMyDWordArray x, y;
+    x.Add(7);
+    x.Add(5);
+    y.Add(1);
+    y.Add(0);
+    x.SetIndexFile(&x);
+    EXPECT_EQ(x.GetIndexFile(), nullptr);
+    x.SetIndexFile(&y);
+    y.SetIndexFile(&x);
+    EXPECT_EQ(y.GetIndexFile(), nullptr);
+    EXPECT_EQ(x.GetAt(0), 5u);
 }
 
 // A path that leads nowhere: a nested record too short to be a record file, where both

@@ -49,9 +49,11 @@ public:
     ~CBinFile() override;
 
     // Opens and loads the table. Returns nonzero on success; 0 when the file cannot be
-    // opened or its last word is no table offset (negative, leaving less than one table
-    // word before the end, or leaving no whole number of words: a table read out of
-    // step would let records reach past the data); the object then holds no table.
+    // opened or its last word is no table offset (negative, or leaving less than one
+    // table word before the end); the object then holds no table. The count is the words
+    // behind the offset less one, rounding down. A damaged table (bytes behind the offset
+    // that are no whole number of words, or a last entry that is not the offset) still
+    // loads, but no record reaches past the offset, and every change throws as below.
     // A 0-byte file becomes the 4-byte empty record file when it is opened for writing
     // (in safe mode); opened read-only it stays at 0 bytes with 0 records. A file of 1
     // to 3 bytes throws CFileException(badSeek). A second Open on an open object closes
@@ -73,11 +75,11 @@ public:
     // Loads the table if none is loaded, then gives the number of records (0 when the
     // file holds no valid table).
     int GetRecordCount();
-    // True for a record file: the 4-byte empty file, or a last word T inside the file
-    // (0 < T <= length - 4, length - T a multiple of 4) whose table starts with 0 and
-    // rises to T; so a valid file loads, reads and changes as it stands. Reads the whole
-    // table once. A 0-byte file is not one. A file of 1 to 3 bytes throws
-    // CFileException(badSeek).
+    // True for a record file: the 4-byte empty file, or a last word T with
+    // 0 < T <= length - 4 and a 0 word at offset T (entry 0). Reads two words; it does
+    // not look further into the table, so a damaged table may pass (its reads still stay
+    // inside the data and its changes throw, see Open). A 0-byte file is not one. A file
+    // of 1 to 3 bytes throws CFileException(badSeek).
     bool IsValidBinFile();
     // The same test on a path; false when the path does not exist or cannot be opened.
     // A file of 1 to 3 bytes can be opened and throws CFileException(badSeek) as above.
@@ -115,9 +117,9 @@ public:
     // The largest record length over all records; 0 for an empty file.
     virtual int GetMaxRecordLength();
 
-    // Changes. Every change on a file with no valid table, or with table entries that
-    // do not rise, throws CFileException(invalidFile) and writes nothing. A change that
-    // would take the file to 2 GiB or beyond (a record number or a length out of reach,
+    // Changes. Every change on a file with no valid table, a damaged table (see Open), or
+    // table entries that do not rise, throws CFileException(invalidFile) and writes nothing. A
+    // change that would take the file to 2 GiB or beyond (a record number or a length out of reach,
     // INT_MAX among them) throws CFileException(diskFull) and writes nothing. When no
     // memory can be had to move the data behind a change, the message "Can't move file
     // data.\r\nNot enough memory!" is shown, the records and the table stay as they
@@ -185,6 +187,7 @@ protected:
 
 private:
     bool m_bTableChecked = false;
+    bool m_bTableDamaged = false;  // as loaded, entry count was not the table offset
 
     // Moves `bytes` bytes from `from` to `to` inside the storage, ranges overlapping
     // freely; false (after the message) when not even one byte of memory can be had.

@@ -74,8 +74,9 @@ public:
     bool operator==(const CDWordArray& other) const;
     bool operator!=(const CDWordArray& other) const { return !(*this == other); }
 
-    // Links the index array (not owned); null unlinks it.
-    void SetIndexFile(CMyDWordArray* index) { m_pIndexFile = index; }
+    // Links the index array (not owned); null unlinks it. An array whose chain of index
+    // arrays leads back to this one (itself included) is refused: the old link stays.
+    void SetIndexFile(CMyDWordArray* index);
     CMyDWordArray* GetIndexFile() const { return m_pIndexFile; }
 
     // Empties `target` and fills it with the physical positions of this array's

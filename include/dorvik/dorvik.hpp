@@ -477,6 +477,8 @@ public:
     //  - Arabic marks (fatha, damma, kasra, sukun, shadda, the three tanwin) in the
     //    pattern must stand at that place of the marks on their letter; marks the pattern
     //    does not name are free, so a bare word finds all its marked forms.
+    // This is the engine's own dialect, not a shell glob; its corners (inner stars, a
+    // star after nothing) are told at the wildcard Find of the classic CTextBinFile.
     // Throws Error(bad_text) as add() does, Error(invalid_argument) for a NUL.
     BitSet match_ids(std::string_view pattern);
     // The matching words themselves, in id order.
@@ -517,7 +519,6 @@ public:
     };
 
 private:
-    friend class Diacritizer;
     struct Impl;
     std::unique_ptr<Impl> impl_;
 };

@@ -96,6 +96,15 @@ void CMyDWordArray::Init(const unsigned char* buffer, int length) {
     m_bModified = false;
 }
 
+void CMyDWordArray::SetIndexFile(CMyDWordArray* index) {
+    // Every lookup goes down the chain of index arrays: one that came back here would
+    // never end.
+    for (CMyDWordArray* link = index; link; link = link->m_pIndexFile) {
+        if (link == this) return;
+    }
+    m_pIndexFile = index;
+}
+
 int CMyDWordArray::Physical(int index) const {
     if (!m_pIndexFile) return index;
     CMyDWordArray* idx = m_pIndexFile;

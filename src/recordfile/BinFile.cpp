@@ -79,6 +79,11 @@ bool CBinFile::LoadAddresses() {
     m_nAddressBytes = bytes;
     m_nRecordCount = static_cast<int>(table.count);
     dorvik::ReadTableEntries(*this, table.offset, m_pAddresses, table.count + 1);
+    // Entry `count` bounds every span read. In a sound table it is the last word, the
+    // table offset; a table out of step with the end, or one whose last entry is not the
+    // data end, is damaged: its spans stay below the offset and changes refuse it.
+    m_bTableDamaged = !table.inStep || m_pAddresses[table.count] != table.offset;
+    if (m_pAddresses[table.count] > table.offset) m_pAddresses[table.count] = table.offset;
     if (!m_bSafeMode) {
         try {
             SetLength(table.offset);
@@ -96,6 +101,7 @@ void CBinFile::FreeAddresses() {
     m_nAddressBytes = 0;
     m_nRecordCount = 0;
     m_bTableChecked = false;
+    m_bTableDamaged = false;
 }
 
 void CBinFile::UpdateAddresses(int first) {
@@ -144,17 +150,9 @@ bool CBinFile::IsValidBinFile() {
     if (!dorvik::LocateTable(*this, 0, length, table)) return false;
     if (length == 4) return true;  // the empty file: its one word is 0
     if (table.offset == 0) return false;
-    // Entry 0 must be 0 and the entries must rise to the data end, as every change
-    // requires: a valid file is one that loads, reads and changes as it stands.
-    dorvik::Block<DWORD> entries = dorvik::GrabOrThrow<DWORD>(4 * (table.count + 1));
-    if (dorvik::ReadTableEntries(*this, table.offset, entries.get(), table.count + 1) !=
-            table.count + 1 ||
-        entries.get()[0] != 0)
-        return false;
-    for (DWORD i = 0; i < table.count; ++i) {
-        if (entries.get()[i + 1] < entries.get()[i]) return false;
-    }
-    return true;
+    DWORD first = 1;
+    dorvik::ReadTableEntries(*this, table.offset, &first, 1);
+    return first == 0;
 }
 
 bool CBinFile::IsValidBinFile(const char* path) {
@@ -169,8 +167,9 @@ void CBinFile::RequireTable() {
     if (!m_pAddresses && !LoadAddresses())
         throw CFileException(CFileException::invalidFile, -1, m_strFileName);
     if (m_bTableChecked) return;
-    // Changes trust the entries to rise; a corrupt table is refused before a change
-    // could spread it over the data. Once checked, the changes keep it so.
+    // Changes trust the entries to rise to the data end; a corrupt table is refused
+    // before a change could spread it over the data. Once checked, the changes keep it so.
+    if (m_bTableDamaged) throw CFileException(CFileException::invalidFile, -1, m_strFileName);
     for (int i = 0; i < m_nRecordCount; ++i) {
         if (m_pAddresses[i + 1] < m_pAddresses[i])
             throw CFileException(CFileException::invalidFile, -1, m_strFileName);

@@ -8,9 +8,10 @@ namespace dorvik {
 
 bool TableFromLastWord(DWORD lastWord, DWORD size, TableLocation& table) {
     // Sizes stay below 2 GiB, so a word with the top bit set fails here too.
-    if (size < 4 || lastWord > size - 4 || (size - lastWord) % 4 != 0) return false;
+    if (size < 4 || lastWord > size - 4) return false;
     table.offset = lastWord;
     table.count = (size - lastWord) / 4 - 1;
+    table.inStep = (size - lastWord) % 4 == 0;
     return true;
 }
 

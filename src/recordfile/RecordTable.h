@@ -13,15 +13,17 @@ namespace dorvik {
 
 // Where the table of an image stands, as its last word says.
 struct TableLocation {
-    DWORD offset = 0;  // of the table, from the image start
-    DWORD count = 0;   // records: the table's words less one
+    DWORD offset = 0;     // of the table, from the image start
+    DWORD count = 0;      // records: the table's words less one, rounding down
+    bool inStep = false;  // whole words lie behind the offset
 };
 
 // The table that the last word `lastWord` of an image of `size` bytes names. True when
 // it can be one: at most size - 4 (a table has one word at least; a word with the top
-// bit set never is) and leaving whole words behind it, so that the image's last word
-// is the table's last entry, the data end. A table read out of step with the end would
-// take other bytes for that entry and let spans reach past the data.
+// bit set never is). The count rounds down. When the bytes behind the offset are no
+// whole number of words, the table is read out of step with the end: its entry `count`
+// is then other bytes than the last word, so that readers must bound every span by the
+// offset itself, never by that entry.
 bool TableFromLastWord(DWORD lastWord, DWORD size, TableLocation& table);
 
 // Reads the last word of the image and judges it as TableFromLastWord does. An image
