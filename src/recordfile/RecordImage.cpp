@@ -10,7 +10,7 @@ bool RecordImage::Check(std::span<const unsigned char> bytes, RecordImage& image
     auto size = static_cast<DWORD>(bytes.size());
     TableLocation table;
     if (!TableFromLastWord(DecodeFixed32(bytes.data() + size - 4), size, table)) return false;
-    if ((size - table.offset) % 4 != 0) return false;  // a table out of step with the end
+    if (!table.inStep) return false;  // the last word would not be the table's last entry
     DWORD previous = 0;
     for (DWORD i = 0; i <= table.count; ++i) {
         DWORD entry = DecodeFixed32(bytes.data() + table.offset + 4 * i);
