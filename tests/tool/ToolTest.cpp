@@ -1,6 +1,7 @@
 // The dorvik tool end to end: each test runs the built program as a user would and
 // checks its exit status, its output byte for byte and the files it leaves.
 #include <fcntl.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,8 +32,10 @@ std::string Slurp(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-// Runs the tool with `args`, `input` on its standard input.
-Result Dorvik(const TempDir& dir, std::vector<std::string> args, const std::string& input = {}) {
+// Runs the tool with `args`, `input` on its standard input; standard error goes to
+// `errFd` when one is given (it then stays empty in the result).
+Result Dorvik(const TempDir& dir, std::vector<std::string> args, const std::string& input = {},
+              int errFd = -1) {
     std::string in = dir.Path(".in"), out = dir.Path(".out"), err = dir.Path(".err");
     WriteAll(in, B(input));
     posix_spawn_file_actions_t actions;
@@ -40,6 +43,7 @@ Result Dorvik(const TempDir& dir, std::vector<std::string> args, const std::stri
     posix_spawn_file_actions_addopen(&actions, 0, in.c_str(), O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (errFd >= 0) posix_spawn_file_actions_adddup2(&actions, errFd, 2);
     args.insert(args.begin(), DORVIK_TOOL);
     std::vector<char*> argv;
     for (std::string& a : args) argv.push_back(a.data());
@@ -167,6 +171,88 @@ TEST(ToolBuild, WritesTheFolderWithItsManifestAndNeverOverwritesUnasked) {
               std::string::npos);
     EXPECT_EQ(Dorvik(dir, {"find", "-d", dir.Path("raw"), "*"}).out,
               "\xD9\x83\xD9\x8E\xD8\xAA\xD9\x8E\xD8\xA8\xD9\x8E\t1\nx\t1\n");
+}
+
+TEST(ToolBuild, DrawsItsProgressBarOnlyOnATerminalAndNotWhenQuiet) {
+    TempDir dir;
+    // A terminal for standard error; the slave stays open here too, so that what the
+    // tool wrote can still be read once it has ended.
+    int master = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(master, 0);
+    ASSERT_EQ(grantpt(master), 0);
+    ASSERT_EQ(unlockpt(master), 0);
+    int slave = open(ptsname(master), O_RDWR | O_NOCTTY);
+    ASSERT_GE(slave, 0);
+    fcntl(master, F_SETFL, O_NONBLOCK);
+    auto drawn = [&] {
+        std::string text;
+        char buffer[4096];
+        for (ssize_t n; (n = read(master, buffer, sizeof buffer)) > 0;)
+            text.append(buffer, static_cast<std::size_t>(n));
+        return text;
+    };
+
+    Result shown = Dorvik(dir, {"build", kCorpus, "-o", dir.Path("a")}, {}, slave);
+    EXPECT_EQ(shown.status, 0);
+    std::string bar = drawn();
+    for (const char* stage : {"reading ", "sorting ", "indexing "})
+        EXPECT_NE(bar.find(stage), std::string::npos) << stage << bar;
+    EXPECT_NE(bar.find("##] 100%"), std::string::npos) << bar;
+    EXPECT_EQ(bar.substr(bar.size() - 4), "\r\033[K") << bar;  // cleared at the end
+    EXPECT_NE(shown.out.find(" forms from 23 words"), std::string::npos) << shown.out;
+
+    Result quiet = Dorvik(dir, {"build", "--quiet", kCorpus, "-o", dir.Path("b")}, {}, slave);
+    EXPECT_EQ(quiet.status, 0);
+    EXPECT_EQ(drawn(), "");
+    EXPECT_EQ(quiet.out, "");
+    close(slave);
+    close(master);
+
+    // Standard error on a file: no bar, only the summary on standard output.
+    Result file = Dorvik(dir, {"build", kCorpus, "-o", dir.Path("c")});
+    EXPECT_EQ(file.status, 0);
+    EXPECT_EQ(file.err, "");
+    EXPECT_NE(file.out.find(" forms from 23 words"), std::string::npos) << file.out;
+}
+
+TEST(ToolBuild, AnInterruptedBuildLeavesNothingUnderTheNameOrBesideIt) {
+    TempDir dir;
+    // The corpus comes through a pipe that stays open, so the build is still reading
+    // when Ctrl-C comes.
+    int pipeFds[2];
+    ASSERT_EQ(pipe(pipeFds), 0);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, pipeFds[0], 0);
+    posix_spawn_file_actions_addclose(&actions, pipeFds[1]);
+    std::string err = dir.Path(".err");
+    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    std::vector<std::string> args = {DORVIK_TOOL, "build", "-q", "-", "-o", dir.Path("dict")};
+    std::vector<char*> argv;
+    for (std::string& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    pid_t pid = 0;
+    ASSERT_EQ(posix_spawn(&pid, DORVIK_TOOL, &actions, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    close(pipeFds[0]);
+    std::string text = "كَتَبَ عِلْمٌ\n";
+    ASSERT_EQ(write(pipeFds[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    // The work folder beside the target shows that the build is under way.
+    auto working = [&] {
+        for (const auto& e : std::filesystem::directory_iterator(dir.Root()))
+            if (e.path().filename().string().rfind(".dict.", 0) == 0) return true;
+        return false;
+    };
+    for (int i = 0; i < 500 && !working(); ++i) usleep(10000);
+    ASSERT_TRUE(working());
+    kill(pid, SIGINT);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    close(pipeFds[1]);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 130);
+    EXPECT_EQ(Slurp(err), "dorvik build: interrupted\n");
+    EXPECT_EQ(Names(dir.Root()), (std::vector<std::string>{".err"}));
 }
 
 TEST(ToolDiacritize, RestoresWordsAndKeepsEverythingElseByteForByte) {
