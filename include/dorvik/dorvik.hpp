@@ -95,6 +95,9 @@ __attribute__((visibility("default"))) std::string to_cp1256(std::string_view ut
 // The UTF-8 text of Windows-1256 bytes; every byte has a character, so this never
 // fails but for memory.
 __attribute__((visibility("default"))) std::string from_cp1256(std::string_view cp1256);
+// Appends the UTF-8 form of the character `c` (1 to 4 bytes) to `out`. A value that
+// UTF-8 cannot carry (a surrogate, or above U+10FFFF) is appended as U+FFFD.
+__attribute__((visibility("default"))) void append_utf8(std::string& out, char32_t c);
 
 // ---- Opening files -----------------------------------------------------------------
 

@@ -109,8 +109,6 @@ struct Decoded {
     int length;
 };
 Decoded DecodeUtf8(std::string_view utf8, std::size_t at);
-// Appends the UTF-8 form of `c` (at most U+10FFFF) to `out`.
-void AppendCodePoint(std::string& out, char32_t c);
 // The Windows-1256 byte of `c`; -1 when it has none.
 int Cp1256Byte(char32_t c);
 // True when a character of Windows-1256 byte `byte` (-1: none) ends a word for the

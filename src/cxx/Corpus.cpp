@@ -129,7 +129,7 @@ void CorpusNormalizer::Run(std::string_view text, std::size_t end, std::string& 
             baseAt = out.size();
         }
         if (raw.empty())
-            cxx::AppendCodePoint(out, c);
+            append_utf8(out, c);
         else
             out.append(raw);
     };
@@ -151,13 +151,13 @@ void CorpusNormalizer::Run(std::string_view text, std::size_t end, std::string& 
                 // A tatweel is the seat of a hamza in the middle of a word: yeh with hamza.
                 tatweel_ = false;
                 std::string seat;
-                cxx::AppendCodePoint(seat, kYehHamza);
+                append_utf8(seat, kYehHamza);
                 out.insert(tatweelAt, seat);
                 base = kYehHamza;
                 baseAt = tatweelAt;
             } else if (char32_t joined = JoinHamza(base, c.value)) {
                 std::string letter;
-                cxx::AppendCodePoint(letter, joined);  // as long as the letter it replaces
+                append_utf8(letter, joined);  // as long as the letter it replaces
                 out.replace(baseAt, letter.size(), letter);
                 base = joined;
             } else {

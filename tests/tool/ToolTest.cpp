@@ -431,6 +431,20 @@ TEST(ToolInspect, TellsEveryKindApartAndRefusesGarbage) {
     EXPECT_NE(json.out.find("\"kind\": \"unknown\",\n    \"valid\": false"), std::string::npos)
         << json.out;
 
+    // The manifest is read as JSON, escapes and all; a broken one is named with its offset.
+    std::string manifest = Slurp(folder + "/manifest.json");
+    WriteAll(folder + "/manifest.json",
+             B("{\"format\": \"dorvik diacritizer folder\", \"version\": 1, \"sources\": "
+               "[{\"name\": \"\\u0643\\ud83d\\ude42.txt\", \"bytes\": 5}]}"));
+    Result escaped = Dorvik(dir, {"inspect", folder});
+    EXPECT_NE(escaped.out.find(": ك🙂.txt (5 bytes)\n"), std::string::npos) << escaped.out;
+    WriteAll(folder + "/manifest.json",
+             B("{\"format\": \"dorvik diacritizer folder\", \"version\": 1, \"x\": \"\\ud83d\"}"));
+    Result broken = Dorvik(dir, {"diacritize", "-d", folder}, "x");
+    EXPECT_EQ(broken.status, 1);
+    ExpectOneLine(broken, folder + "/manifest.json: no JSON: a lone surrogate at byte 66");
+    WriteAll(folder + "/manifest.json", B(manifest));
+
     // A damaged index makes the folder invalid, and says where.
     Bytes wild = ReadAll(folder + "/forms.wild");
     wild.resize(wild.size() - 3);

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "dorvik/dorvik.hpp"
+
 namespace tool {
 
 // ---- Writing -------------------------------------------------------------------------
@@ -220,24 +222,6 @@ private:
         }
     }
 
-    static void Append(std::string& out, unsigned c) {
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (c < 0x800) {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            out += static_cast<char>(0xE0 | (c >> 12));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | (c >> 18));
-            out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
-
     bool Hex4(unsigned& value) {
         if (text_.size() - at_ < 4) return Fail("a cut \\u escape");
         value = 0;
@@ -303,7 +287,7 @@ private:
                     } else if (c1 >= 0xD800 && c1 < 0xE000) {
                         return Fail("a lone surrogate");
                     }
-                    Append(out, c1);
+                    dorvik::append_utf8(out, c1);
                     break;
                 }
                 default:
