@@ -34,6 +34,12 @@ dorvik::Diacritizer OpenFolder(const std::filesystem::path& folder) {
     }
 }
 
+void AddDictOption(CLI::App& app, std::string& folder) {
+    app.add_option("-d,--dict", folder, "the diacritizer folder made by build")
+        ->required()
+        ->option_text("DICTDIR");
+}
+
 void AddEncodingOption(CLI::App& app, Encoding& encoding) {
     static const std::map<std::string, Encoding> names = {{"utf-8", Encoding::utf8},
                                                           {"utf8", Encoding::utf8},

@@ -56,6 +56,9 @@ std::string Describe(const dorvik::Error& error, const std::string& file = {});
 // folder and what is wrong with it.
 dorvik::Diacritizer OpenFolder(const std::filesystem::path& folder);
 
+// Adds the required -d/--dict DICTDIR to `app`, writing into `folder`.
+void AddDictOption(CLI::App& app, std::string& folder);
+
 // `n` with a comma between thousands: "61,787".
 std::string Thousands(std::uint64_t n);
 

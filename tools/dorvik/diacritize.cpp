@@ -48,9 +48,7 @@ Command AddDiacritize(CLI::App& parent) {
     auto options = std::make_shared<DiacritizeOptions>();
     CLI::App* app = parent.add_subcommand(
         "diacritize", "Restore the marks of the Arabic words of a text (UTF-8 in and out)");
-    app->add_option("-d,--dict", options->folder, "the diacritizer folder made by build")
-        ->required()
-        ->option_text("DICTDIR");
+    AddDictOption(*app, options->folder);
     app->add_option("FILE", options->files,
                     "the texts, one after the other; - (the default) "
                     "reads standard input");

@@ -141,9 +141,7 @@ Command AddEval(CLI::App& parent) {
     auto options = std::make_shared<EvalOptions>();
     CLI::App* app = parent.add_subcommand(
         "eval", "Strip the marks of vocalised text, restore them and measure the error rates");
-    app->add_option("-d,--dict", options->folder, "the diacritizer folder made by build")
-        ->required()
-        ->option_text("DICTDIR");
+    AddDictOption(*app, options->folder);
     app->add_option("GOLD", options->gold, "vocalised texts (the truth); - reads standard input")
         ->required();
     app->add_option("--examples", options->examples,

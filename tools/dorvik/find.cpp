@@ -56,9 +56,7 @@ Command AddFind(CLI::App& parent) {
     auto options = std::make_shared<FindOptions>();
     CLI::App* app = parent.add_subcommand(
         "find", "List the forms that match a pattern, most frequent first, with their counts");
-    app->add_option("-d,--dict", options->folder, "the diacritizer folder made by build")
-        ->required()
-        ->option_text("DICTDIR");
+    AddDictOption(*app, options->folder);
     app->add_option("PATTERN", options->pattern,
                     "a word, with ? for one letter and * for any letters; marks in it must "
                     "stand on their letter")
