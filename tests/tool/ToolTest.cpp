@@ -114,6 +114,36 @@ TEST(ToolCommandLine, HelpsOnEveryCommandAndRefusesBadUsageWithTwo) {
     }
 }
 
+// `text` with the value of every line holding `key` replaced by "...", as the build time
+// and the source's path differ from run to run.
+static std::string Masked(std::string text, const std::string& key) {
+    for (std::size_t at = text.find(key); at != std::string::npos; at = text.find(key, at + 1)) {
+        std::size_t colon = text.find(':', at), end = text.find('\n', at);
+        std::size_t comma = text[end - 1] == ',' ? end - 1 : end;
+        text.replace(colon + 2, comma - colon - 2, "...");
+    }
+    return text;
+}
+
+// The format guide's example manifest is what the tool writes for the guide's example.
+TEST(ToolBuild, WritesTheManifestTheFormatGuideShows) {
+    std::string guide = Slurp(std::string(DORVIK_DOCS) + "/formats.md");
+    std::size_t begin = guide.find("```json manifest\n");
+    ASSERT_NE(begin, std::string::npos);
+    begin = guide.find('\n', begin) + 1;
+    std::string shown = guide.substr(begin, guide.find("```", begin) - begin);
+
+    TempDir dir;
+    std::string source = dir.Path("c.txt"), folder = dir.Path("dict");
+    WriteAll(source, B("\u0645\u0650\u0646\u0652 \u0645\u0650\u0646\u0652 "
+                       "\u0645\u0650\u0646\u0652 \u0645\u064E\u0646\u0652\n"));
+    Result r = Dorvik(dir, {"build", "-q", source, "-o", folder});
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::string written = Slurp(folder + "/manifest.json");
+    EXPECT_EQ(Masked(Masked(written, "\"created\""), "\"name\""),
+              Masked(Masked(shown, "\"created\""), "\"name\""));
+}
+
 TEST(ToolBuild, WritesTheFolderWithItsManifestAndNeverOverwritesUnasked) {
     TempDir dir;
     std::string folder = Built(dir);
