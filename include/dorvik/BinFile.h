@@ -29,6 +29,8 @@
 // on different files may be used on different threads at once.
 #pragma once
 
+#include <memory>
+
 #include "Arrays.h"
 #include "File.h"
 
@@ -177,6 +179,11 @@ protected:
     // Start and length of records `first` .. `last`; false when the entries do not
     // describe bytes inside the data.
     bool RecordSpan(int first, int last, DWORD& start, DWORD& length) const;
+    // One change of the stored file, as a scope: the changes made inside it (through any
+    // object method) become one, kept or undone whole. Defined in recordfile/Change.h.
+    class Change;
+    // Overwrites `length` stored bytes at `at` (inside the data) as one change.
+    void WriteStored(DWORD at, const unsigned char* data, int length);
 
     DWORD* m_pAddresses = nullptr;
     DWORD m_nAddressBytes = 0;
@@ -185,16 +192,23 @@ protected:
     bool m_bOpen = false;
 
 private:
+    struct Changing;  // the state of the change under way, with its journal
+
     bool m_bTableChecked = false;
     bool m_bTableDamaged = false;  // as loaded, entry count was not the table offset
+    std::unique_ptr<Changing> m_pChanging;
 
     // Moves `bytes` bytes from `from` to `to` inside the storage, ranges overlapping
     // freely; false (after the message) when not even one byte of memory can be had.
     bool MoveFileBuffer(int from, int to, int bytes);
     // Moves entries `from` .. `to` to `dest` and adds `delta` to the moved entries.
     void MoveFileAddresses(int from, int to, int delta, int dest);
-    // MoveFileBuffer, throwing CMemoryException when it fails.
-    void MoveOrThrow(int from, int to, int bytes);
+    Changing& ChangingState();
+    // Brings the file back to a complete state when a change of a process that died
+    // inside it was left behind (see the journal above); `flags` are those of the open.
+    void Recover(UINT flags);
+    // Frees the table and closes the journal (at Close and destruction).
+    void Release();
     // The index of the first record inserted behind `after`; throws CFileException
     // (diskFull) when `records` new records of `length` bytes there would take the file
     // to 2 GiB.

@@ -6,6 +6,8 @@
 #include "dorvik/BaseMemFile.h"
 #include "frame/Block.h"
 #include "frame/Coding.h"
+#include "frame/Journal.h"
+#include "recordfile/Change.h"
 #include "recordfile/RecordTable.h"
 
 namespace {
@@ -15,6 +17,7 @@ constexpr DWORD kFirstTableBytes = 102400;  // room for 25599 records in a new f
 CBinFile::CBinFile() = default;
 
 CBinFile::CBinFile(const char* path, UINT flags) : CFile(path, flags) {
+    Recover(flags);
     m_bOpen = true;
     LoadAddresses();
     SetWriteBehind(!m_bSafeMode);
@@ -26,13 +29,14 @@ CBinFile::~CBinFile() {
     } catch (const CException&) {
         // A destructor cannot report; Close is the way to see this error.
     }
-    FreeAddresses();
+    Release();
 }
 
 BOOL CBinFile::Open(const char* path, UINT flags, CFileException* error) {
     if (m_bOpen || m_hFile != hFileNull) Close();
     BOOL opened = CFile::Open(path, flags, error);
     if (!opened) return 0;
+    Recover(flags);
     if (!LoadAddresses()) return 0;
     SetWriteBehind(!m_bSafeMode);
     m_bOpen = true;
@@ -41,9 +45,19 @@ BOOL CBinFile::Open(const char* path, UINT flags, CFileException* error) {
 
 void CBinFile::Close() {
     if (!m_bSafeMode) UpdateAddresses(0);
-    FreeAddresses();
+    Release();
     CFile::Close();
     m_bOpen = false;
+}
+
+void CBinFile::Recover(UINT flags) {
+    const bool created = (flags & modeCreate) && !(flags & modeNoTruncate);
+    dorvik::Journal::Recover(*this, created);
+}
+
+void CBinFile::Release() {
+    FreeAddresses();
+    if (m_pChanging) m_pChanging->journal.Close(*this);
 }
 
 DWORD CBinFile::GetLength() const {
@@ -119,8 +133,21 @@ void CBinFile::WriteTableBehindData() {
     // data that were never written are filled with zeros first.
     DWORD dataEnd = m_pAddresses[m_nRecordCount];
     if (CFile::GetLength() != dataEnd) SetLength(dataEnd);
+    const DWORD count = static_cast<DWORD>(m_nRecordCount);
+    if (m_hFile != hFileNull) {
+        // On disk the file takes its final length first, by a last byte 0xFF that marks
+        // its last word as no table offset, and the last word comes last: a process that
+        // dies meanwhile leaves a file that no open accepts, never a table cut short.
+        const unsigned char mark = 0xFF;
+        Seek(static_cast<LONG>(dataEnd + 4 * count + 3), begin);
+        Write(&mark, 1);
+        Seek(static_cast<LONG>(dataEnd), begin);
+        dorvik::WriteTableEntries(*this, m_pAddresses, count);
+        dorvik::WriteTableEntries(*this, m_pAddresses + count, 1);
+        return;
+    }
     Seek(static_cast<LONG>(dataEnd), begin);
-    dorvik::WriteTableEntries(*this, m_pAddresses, static_cast<DWORD>(m_nRecordCount + 1));
+    dorvik::WriteTableEntries(*this, m_pAddresses, count + 1);
 }
 
 void CBinFile::SetSafeMode(bool safe) {
@@ -174,34 +201,6 @@ void CBinFile::RequireTable() {
             throw CFileException(CFileException::invalidFile, -1, m_strFileName);
     }
     m_bTableChecked = true;
-}
-
-void CBinFile::Init(int count) {
-    if (count <= m_nRecordCount) return;
-    RequireTable();
-    if (count <= m_nRecordCount) return;
-    dorvik::RequireRecordFileRoom(*this, m_pAddresses[m_nRecordCount], count);
-    EnsureAddressRoom(count, kFirstTableBytes);
-    DWORD dataEnd = m_pAddresses[m_nRecordCount];
-    for (int i = m_nRecordCount + 1; i <= count; ++i) m_pAddresses[i] = dataEnd;
-    if (m_bSafeMode) {
-        Seek(0, end);
-        dorvik::WriteTableEntries(*this, m_pAddresses + m_nRecordCount + 1,
-                                  static_cast<DWORD>(count - m_nRecordCount));
-    }
-    m_nRecordCount = count;
-}
-
-void CBinFile::EnsureAddressRoom(int lastEntry, DWORD spare) {
-    // Entries 0 .. lastEntry must fit; a file stays below 2 GiB, and so does its table.
-    if (lastEntry < 0 || lastEntry > 0x1FFFFFFE - static_cast<int>(spare / 4))
-        throw CMemoryException();
-    DWORD needed = static_cast<DWORD>(lastEntry) * 4 + 4;
-    if (needed <= m_nAddressBytes) return;
-    DWORD bytes = static_cast<DWORD>(lastEntry) * 4 + spare;
-    if (bytes < needed) bytes = needed;
-    m_pAddresses = static_cast<DWORD*>(RegrowBlock(m_pAddresses, bytes));
-    m_nAddressBytes = bytes;
 }
 
 DWORD CBinFile::GetAddress(int index) {
