@@ -13,25 +13,23 @@ namespace dorvik {
 namespace {
 
 constexpr DWORD kMagic = 0x4A4B5644;  // "DVKJ"
-constexpr DWORD kIdle = 0, kUndo = 1, kFinish = 2;
-constexpr DWORD kStateAt = 4, kCountAt = 28, kHeaderBytes = 32, kRecordHead = 8;
+constexpr DWORD kIdle = 0, kUndo = 1;
+constexpr DWORD kStateAt = 4, kCountAt = 20, kHeaderBytes = 24, kRecordHead = 8;
 constexpr std::size_t kLocalRoom = 4096;
 
 struct Header {
-    DWORD magic = 0, state = 0, oldLength = 0, newLength = 0, lastWord = 0, count = 0;
+    DWORD magic = 0, state = 0, oldLength = 0, count = 0;
     std::uint64_t inode = 0;
 };
 
 void Encode(unsigned char* out, const Header& h) {
-    const DWORD words[8] = {h.magic,
+    const DWORD words[6] = {h.magic,
                             h.state,
                             h.oldLength,
-                            h.newLength,
-                            h.lastWord,
                             static_cast<DWORD>(h.inode),
                             static_cast<DWORD>(h.inode >> 32),
                             h.count};
-    EncodeFixed32Array(out, words, 8);
+    EncodeFixed32Array(out, words, 6);
 }
 
 Header Decode(const unsigned char* in) {
@@ -39,10 +37,8 @@ Header Decode(const unsigned char* in) {
     h.magic = DecodeFixed32(in);
     h.state = DecodeFixed32(in + 4);
     h.oldLength = DecodeFixed32(in + 8);
-    h.newLength = DecodeFixed32(in + 12);
-    h.lastWord = DecodeFixed32(in + 16);
-    h.inode = DecodeFixed32(in + 20) | (std::uint64_t{DecodeFixed32(in + 24)} << 32);
-    h.count = DecodeFixed32(in + 28);
+    h.inode = DecodeFixed32(in + 12) | (std::uint64_t{DecodeFixed32(in + 16)} << 32);
+    h.count = DecodeFixed32(in + 20);
     return h;
 }
 
@@ -122,7 +118,6 @@ bool ReadRecords(CFile& journal, const Header& h, std::vector<Record>& out) {
     DWORD size = journal.CFile::GetLength();
     if (h.count < kHeaderBytes || h.count > size) return false;
     if (h.oldLength > kMaxFileLength) return false;
-    if (h.state == kFinish && (h.newLength < 4 || h.newLength > kMaxFileLength)) return false;
     for (DWORD at = kHeaderBytes; at < h.count;) {
         if (h.count - at < kRecordHead) return false;
         unsigned char head[kRecordHead];
@@ -138,21 +133,11 @@ bool ReadRecords(CFile& journal, const Header& h, std::vector<Record>& out) {
     return true;
 }
 
-// Brings `target` back to the state before the change (undo) or on to the state after it
-// (finish). The last byte of a record file stays 0xFF, its mark of a change under way,
-// until all else is in place.
+// Brings `target` back to the state before the change. The last byte of a record file
+// stays 0xFF, its mark of a change under way, until all else is in place.
 void Replay(CFile& journal, CFile& target, const Header& h, const std::vector<Record>& records) {
     unsigned char scratch[kLocalRoom];
     const unsigned char mark = 0xFF;
-    if (h.state == kFinish) {
-        DWORD stored = target.CFile::GetLength();
-        if (stored != h.newLength) {
-            WriteAt(target, h.newLength - 1, &mark, 1);
-            if (stored > h.newLength) target.SetLength(h.newLength);
-        }
-        WriteWordAt(target, h.newLength - 4, h.lastWord);
-        return;
-    }
     if (h.oldLength == 0) {
         target.SetLength(0);
         return;
@@ -231,7 +216,7 @@ Journal::~Journal() {
 
 CString Journal::PathOf(const CString& path) { return path + ".journal"; }
 
-void Journal::Recover(CFile& file, bool created) {
+void Journal::Recover(CFile& file, bool created, bool marked) {
     const CString path = file.GetFilePath();
     if (path.IsEmpty() || file.m_hFile == CFile::hFileNull) return;
     const CString journalPath = PathOf(path);
@@ -244,8 +229,19 @@ void Journal::Recover(CFile& file, bool created) {
     unsigned char head[kHeaderBytes];
     Header h;
     if (journal.Read(head, kHeaderBytes) == kHeaderBytes) h = Decode(head);
-    const bool active = h.magic == kMagic && (h.state == kUndo || h.state == kFinish);
-    if (active && !created && h.inode == InodeOf(file.m_hFile)) {
+    bool active =
+        h.magic == kMagic && h.state == kUndo && !created && h.inode == InodeOf(file.m_hFile);
+    if (active && marked) {
+        // Unmarked, the file is complete: the change ended before its journal went idle.
+        unsigned char last = 0;
+        const DWORD stored = file.CFile::GetLength();
+        if (stored > 0) {
+            file.Seek(static_cast<LONG>(stored - 1), CFile::begin);
+            file.Read(&last, 1);
+        }
+        active = last == 0xFF;
+    }
+    if (active) {
         std::vector<Record> records;
         if (!ReadRecords(journal, h, records)) return;  // kept for whoever repairs by hand
         CFile target;
@@ -386,20 +382,24 @@ void Journal::Append(CFile& file, Span span, unsigned char* scratch, std::size_t
 
 void Journal::WriteWord(DWORD at, DWORD value) { WriteWordAt(m_file, at, value); }
 
-void Journal::Finish(DWORD length, DWORD lastWord) {
-    unsigned char words[8];
-    EncodeFixed32(words, length);
-    EncodeFixed32(words + 4, lastWord);
-    WriteAt(m_file, 12, words, 8);
-    WriteWord(kStateAt, kFinish);
+bool Journal::Covers(Span span) const {
+    span.end = std::min(span.end, m_nOldLength);
+    DWORD at = span.begin;
+    for (Span c : m_covered) {
+        if (at >= span.end) break;
+        if (c.end <= at) continue;
+        if (c.begin > at) return false;
+        at = c.end;
+    }
+    return at >= span.end;
 }
 
 void Journal::End() {
     try {
         WriteWord(kStateAt, kIdle);
-    } catch (...) {
-        Unlock();
-        throw;
+    } catch (const CFileException&) {
+        // Left at undo beside a complete, unmarked file: the next change or open sets it
+        // right. The change itself is done.
     }
     Unlock();
 }

@@ -52,7 +52,7 @@ void CBinFile::Close() {
 
 void CBinFile::Recover(UINT flags) {
     const bool created = (flags & modeCreate) && !(flags & modeNoTruncate);
-    dorvik::Journal::Recover(*this, created);
+    dorvik::Journal::Recover(*this, created, true);
 }
 
 void CBinFile::Release() {

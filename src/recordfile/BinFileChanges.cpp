@@ -126,27 +126,29 @@ void CBinFile::Change::Commit(int firstEntry) {
     int first = dataEnd == m_state.oldDataEnd ? std::min(m_state.first, m_state.oldCount) : 0;
     first = std::min(first, count);
     if (!m_state.guarded) {
-        f.Seek(static_cast<LONG>(dataEnd + 4 * static_cast<DWORD>(first)), begin);
-        dorvik::WriteTableEntries(f, f.m_pAddresses + first, static_cast<DWORD>(count + 1 - first));
+        WriteEntries(first, count);
         if (f.CFile::GetLength() > length) f.SetLength(length);
         m_done = true;
         return;
     }
     Grow(length);
-    if (first < count) {
-        f.Seek(static_cast<LONG>(dataEnd + 4 * static_cast<DWORD>(first)), begin);
-        dorvik::WriteTableEntries(f, f.m_pAddresses + first, static_cast<DWORD>(count - first));
-    }
+    WriteEntries(first, count - 1);
+    WriteEntries(count, count);
     if (length < m_state.stored) {
-        Mark(length - 1);
-        m_state.journal.Finish(length, dataEnd);
         f.SetLength(length);
         m_state.stored = length;
     }
-    f.Seek(static_cast<LONG>(length - 4), begin);
-    dorvik::WriteTableEntries(f, f.m_pAddresses + count, 1);
     m_state.journal.End();
     m_done = true;
+}
+
+void CBinFile::Change::WriteEntries(int first, int last) {
+    if (first > last) return;
+    m_file.Seek(static_cast<LONG>(m_file.m_pAddresses[m_file.m_nRecordCount] +
+                                  4 * static_cast<DWORD>(first)),
+                begin);
+    dorvik::WriteTableEntries(m_file, m_file.m_pAddresses + first,
+                              static_cast<DWORD>(last - first + 1));
 }
 
 void CBinFile::WriteStored(DWORD at, const unsigned char* data, int length) {
@@ -264,7 +266,8 @@ void CBinFile::Insert(int after, unsigned char* data, int length) {
     RequireTable();
     if (length < 0) length = 0;
     const int pos = InsertPosition(after, length);
-    const int count = std::max(m_nRecordCount, pos + 1) + 1;  // after the change
+    // Records after the change: past the end the file first grows to pos + 1.
+    const int count = (pos > m_nRecordCount ? pos + 1 : m_nRecordCount) + 1;
     EnsureAddressRoom(count, kTableSpare + 4);
     const DWORD dataEnd = m_pAddresses[m_nRecordCount];
     const DWORD at = pos <= m_nRecordCount ? m_pAddresses[pos] : dataEnd;
@@ -397,7 +400,7 @@ int CBinFile::Insert(int after, CBinFile* source) {
 
     RequireTable();
     const int pos = InsertPosition(after, blockLength, n);
-    const int count = std::max(m_nRecordCount, pos + 1) + n;  // after the change
+    const int count = (pos > m_nRecordCount ? pos + 1 : m_nRecordCount) + n;
     EnsureAddressRoom(count, kTableSpare + 4);
     const DWORD dataEnd = m_pAddresses[m_nRecordCount];
     const DWORD at = pos <= m_nRecordCount ? m_pAddresses[pos] : dataEnd;

@@ -11,11 +11,12 @@
 //      is final before anything moves and the last word stays marked;
 //   4. data moves and record bytes, all below the new table;
 //   5. the table from its first changed entry, but not its last word;
-//   6. a file that shrinks: 0xFF at its new last byte, the journal told to finish
-//      rather than undo, then the cut;
-//   7. the last word, which completes the file; then the journal goes idle.
+//   6. the last word, which completes a file that keeps its length; a file that shrinks
+//      is completed by the cut that follows (until then the old last byte marks it);
+//   7. the journal goes idle.
 // Each mark is a single byte and the last word a single aligned word, so no write torn
-// by the death of the process unmarks the file early.
+// by the death of the process unmarks the file early; and since a file unmarked is
+// complete, the journal undoes only a marked one.
 //
 // Changes nest: one made inside another (an insertion past the end that first appends
 // empty records, DeleteEmpty deleting run by run, a nested file rebuilt level by level)
@@ -70,6 +71,7 @@ public:
 private:
     void Grow(DWORD length);
     void Mark(DWORD at);
+    void WriteEntries(int first, int last);
     void Abandon();
 
     CBinFile& m_file;
