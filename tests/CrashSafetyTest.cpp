@@ -501,4 +501,71 @@ TEST(CrashSafety, AJournalAppliesOnlyToItsOwnFile) {
     EXPECT_EQ(ReadAll(path), original);
 }
 
+// ---- Integer files ---------------------------------------------------------------------
+
+// The moves of an integer file (insert, delete, delete-empty, invert in place), each cut
+// before every call that changes a file and failing at every call: reopened, the file
+// holds the records before or after the move, and a move that threw left them before.
+// A completed move leaves exactly the file it would without a journal, and no journal.
+TEST(CrashSafety, AnIntegerFileMoveCutAnywhereLeavesTheOldOrTheNewRecords) {
+    TempDir dir;
+    const std::string path = dir.Path("ix");
+    const std::vector<std::pair<const char*, void (*)(CIXFile&)>> moves = {
+        {"insert", [](CIXFile& f) { f.Insert(2, 77); }},
+        {"delete", [](CIXFile& f) { f.Delete(1, 3); }},
+        {"delete empty", [](CIXFile& f) { f.DeleteEmpty(); }},
+        {"invert", [](CIXFile& f) { f.Invert(nullptr, nullptr); }},
+    };
+    // 3000 records, some empty, that name one another.
+    Bytes original;
+    for (unsigned i = 0; i < 3000; ++i) {
+        const Bytes w = Words({i % 7 == 0 ? 0xFFFFFFFFu : (i * 13) % 3000});
+        original.insert(original.end(), w.begin(), w.end());
+    }
+    for (const auto& [name, move] : moves) {
+        WriteAll(path, original);
+        long calls = 0;
+        {
+            CIXFile f(path.c_str(), CFile::modeReadWrite, 4);
+            FileFaults count;
+            move(f);
+            calls = count.Calls();
+        }
+        const Bytes after = ReadAll(path);
+        EXPECT_FALSE(Exists(path + ".journal")) << name;
+        WriteAll(path, original);
+        {
+            CMemIXFile twin(path.c_str(), 0, 4);  // the same move without any journal
+            move(twin);
+            twin.UpdateToFile(dir.Path("twin").c_str());
+            EXPECT_EQ(ReadAll(dir.Path("twin")), after) << name << ": the journal changed it";
+        }
+        for (long at = 0; at < calls; ++at) {
+            for (auto mode :
+                 {FileFaults::Mode::stop, FileFaults::Mode::stopTorn, FileFaults::Mode::fail}) {
+                const std::string where = std::string(name) + ", call " + std::to_string(at);
+                WriteAll(path, original);
+                bool threw = false;
+                {
+                    CIXFile f(path.c_str(), CFile::modeReadWrite, 4);
+                    FileFaults fault(mode, at);
+                    try {
+                        move(f);
+                    } catch (const CFileException&) {
+                        threw = true;
+                    }
+                }
+                if (mode == FileFaults::Mode::fail && threw) {
+                    EXPECT_EQ(ReadAll(path), original) << where << ": failed, not undone";
+                }
+                { CIXFile reopened(path.c_str(), CFile::modeRead, 4); }
+                const Bytes now = ReadAll(path);
+                EXPECT_TRUE(now == original || now == after) << where;
+                EXPECT_FALSE(Exists(path + ".journal")) << where;
+                if (HasFailure()) break;
+            }
+        }
+    }
+}
+
 }  // namespace

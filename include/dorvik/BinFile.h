@@ -14,10 +14,20 @@
 //  - between operations the file on disk is a complete record file, as far as the
 //    operating system has it: nothing calls fsync, so a crash of the machine may still
 //    lose or tear recent changes (Flush writes through to the disk);
-//  - a change is not atomic: a process that dies inside one can leave data and table out
-//    of step;
+//  - a change survives the death of its process whole or not at all: before it
+//    overwrites stored bytes it copies them to the rollback journal "<path>.journal"
+//    beside the file and sets the file's last byte to 0xFF (no complete record file ends
+//    so) until the change is complete. The next open of the file, read-only included,
+//    puts the journal's bytes back, so the file shows the records before the change or
+//    after it, never others; a marked file whose journal is missing or damaged fails
+//    IsValidBinFile and opens as none. The journal lives while an object that changed
+//    the file is open and goes with the last one; when a change throws, it is undone at
+//    once. A change costs the copy of the bytes it overwrites (an append overwrites only
+//    the table) and a few small writes of the journal and the mark;
 //  - each object keeps its own copy of the table: a second object on the same file does
-//    not see the changes of the first and reads with a stale table until it reopens;
+//    not see the changes of the first and reads with a stale table until it reopens; a
+//    change through it, once the file's length has moved, is refused with
+//    CFileException and writes nothing;
 //  - not safe mode keeps no table on disk at all until Close, destruction or
 //    SetSafeMode(true): a process that dies before leaves the data without a table, a
 //    file that fails to open or shows wrong records.
