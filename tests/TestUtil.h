@@ -7,14 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "dorvik/BinFile.h"
 #include "dorvik/BitArray.h"
+#include "dorvik/BitsBinFile.h"
 #include "frame/FileHook.h"
 
 using Bytes = std::vector<unsigned char>;
-
-class CBinFile;
-class CBitArray;
-class CBitsBinFile;
 
 // A directory of its own for one test, removed with all it holds at the end.
 class TempDir {

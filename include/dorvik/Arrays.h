@@ -3,6 +3,7 @@
 
 #include "Platform.h"
 
+namespace dorvik::classic {
 // A growable array of DWORD. The data block is contiguous and made with new[];
 // derived classes (CMyDWordArray) work on the four fields directly.
 class DORVIK_API CDWordArray : public CObject {
@@ -77,3 +78,8 @@ protected:
     int m_nMaxSize = 0;
     int m_nGrowBy = 0;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CDWordArray;
+using dorvik::classic::CPtrArray;

@@ -44,6 +44,7 @@
 #include "Arrays.h"
 #include "File.h"
 
+namespace dorvik::classic {
 class CBaseMemFile;
 class CBitArray;
 
@@ -226,3 +227,9 @@ private:
     void EnsureAddressRoom(int lastEntry, DWORD spare);
     void WriteTableBehindData();
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBaseMemFile;
+using dorvik::classic::CBinFile;
+using dorvik::classic::CBitArray;

@@ -9,6 +9,7 @@
 #include "Operation.h"
 #include "Platform.h"
 
+namespace dorvik::classic {
 // Bit n lies in byte n >> 3 under the mask 1 << (n & 7). The length counts bytes;
 // a plain array covers bits 0 .. length * 8 - 1, and bytes at its end may be zero, so
 // two arrays with the same bits can differ in length (and then compare unequal). Only
@@ -283,3 +284,7 @@ private:
     void GrowTo(std::int64_t length);
     void CopyIndexFrom(const CBitArray& source);
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBitArray;

@@ -10,6 +10,7 @@
 #include "BinFile.h"
 #include "BitArray.h"
 
+namespace dorvik::classic {
 class DORVIK_API CBitsBinFile : public CBinFile {
 public:
     using Progress = bool (*)(int, int);
@@ -110,3 +111,7 @@ public:
     static void OrFiles(const char* source, const char* target);
     static void AndFiles(const char* source, const char* target);
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBitsBinFile;

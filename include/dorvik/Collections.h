@@ -21,6 +21,7 @@
 #include "Operation.h"
 #include "String.h"
 
+namespace dorvik::classic {
 // A growable array of owned CBitArray elements, loaded from and saved to a bit record
 // file. Not safe for concurrent use.
 class DORVIK_API CBitArrayArray : public CPtrArray {
@@ -296,3 +297,12 @@ public:
     int m_nFirst = 0;
     int m_nLast = -1;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBitArrayArray;
+using dorvik::classic::CBitArrayCollection;
+using dorvik::classic::CLinkedListArray;
+using dorvik::classic::CLinkedListCollection;
+using dorvik::classic::CMyDWordArrayArray;
+using dorvik::classic::CMyDWordArrayCollection;

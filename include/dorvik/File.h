@@ -10,6 +10,7 @@
 #include "Platform.h"
 #include "String.h"
 
+namespace dorvik::classic {
 // What CFile::GetStatus reports; only existence is used by the library.
 struct DORVIK_API CFileStatus {
     std::time_t m_ctime = 0;
@@ -110,3 +111,8 @@ protected:
     std::int64_t m_nPendingStart = 0;
     std::string m_pending;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CFile;
+using dorvik::classic::CFileStatus;

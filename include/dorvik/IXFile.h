@@ -10,10 +10,12 @@
 #include "Operation.h"
 #include "Platform.h"
 
-class CBitArray;
 namespace dorvik {
 class Journal;
 }
+
+namespace dorvik::classic {
+class CBitArray;
 
 // Records are 1 to 4 bytes. GetRecord reads a 1- to 3-byte record whose top bit is set
 // as -1 (how an unset record of 0xFF bytes reads) and a 4-byte record as a signed
@@ -227,3 +229,8 @@ private:
     void AsOneChange(DWORD from, const std::function<void()>& move);
     std::unique_ptr<dorvik::Journal> m_pJournal;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBitArray;
+using dorvik::classic::CIXFile;

@@ -6,6 +6,7 @@
 #include "Operation.h"
 #include "Platform.h"
 
+namespace dorvik::classic {
 class CBitArray;
 
 // The file form has no header: element k is the little-endian 32-bit number at offset
@@ -107,3 +108,8 @@ protected:
     CMyDWordArray* m_pIndexFile = nullptr;
     bool m_bModified = false;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBitArray;
+using dorvik::classic::CMyDWordArray;

@@ -22,6 +22,7 @@
 #include "BinFile.h"
 #include "BitArray.h"
 
+namespace dorvik::classic {
 class DORVIK_API CNDimBinFile : public CBinFile {
 public:
     CNDimBinFile();
@@ -96,3 +97,7 @@ private:
     // applies `change` to it and writes the new image back in its place.
     void ChangeFile(int dim, int* indices, const std::function<void(CBinFile&)>& change);
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CNDimBinFile;

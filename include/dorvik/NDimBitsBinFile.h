@@ -8,6 +8,7 @@
 
 #include "NDimBinFile.h"
 
+namespace dorvik::classic {
 class DORVIK_API CNDimBitsBinFile : public CNDimBinFile {
 public:
     CNDimBitsBinFile();
@@ -55,3 +56,7 @@ public:
     virtual void XOrAt(int dim, int* indices, int bit);
     virtual bool GetAt(int dim, int* indices, int bit);
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CNDimBitsBinFile;

@@ -13,6 +13,7 @@
 #include "bits/Words.h"
 #include "frame/Block.h"
 
+namespace dorvik::classic {
 namespace {
 using dorvik::bits::Bits;
 using dorvik::bits::Load;
@@ -561,3 +562,5 @@ bool CBitArray::IsRangeEmpty(int from, int to) const {
            (m_pBuffer[tail] & ByteMask(0, last & 7)) == 0 &&
            AllZero(m_pBuffer + head + 1, static_cast<std::size_t>(tail - head - 1));
 }
+
+}  // namespace dorvik::classic

@@ -12,6 +12,7 @@
 #include "frame/Block.h"
 #include "frame/Coding.h"
 
+namespace dorvik::classic {
 namespace {
 constexpr int kGrowBy = 80;
 
@@ -255,3 +256,5 @@ int CMyDWordArray::Find(DWORD value, Operation op, CBitArray& bits, bool sortedP
     if (flags & opGreater) put(high + 1, m_nSize - 1);
     return count;
 }
+
+}  // namespace dorvik::classic

@@ -7,6 +7,7 @@
 
 #include "dorvik/Exceptions.h"
 
+namespace dorvik::classic {
 namespace {
 // The new allocated size for `newSize` elements: whole grow steps, or a step chosen
 // from the size when the step is 0, as the platform arrays do.
@@ -140,3 +141,5 @@ int CPtrArray::Add(void* value) {
     SetAtGrow(index, value);
     return index;
 }
+
+}  // namespace dorvik::classic

@@ -11,14 +11,10 @@
 #include "frame/Coding.h"
 #include "frame/FileHook.h"
 
-namespace {
-using dorvik::FileCall;
-using dorvik::kMaxFileLength;
-constexpr std::size_t kWriteBehind = 64 * 1024;
-std::atomic<dorvik::FileHook> g_hook{nullptr};
-}  // namespace
-
 namespace dorvik {
+namespace {
+std::atomic<FileHook> g_hook{nullptr};
+}  // namespace
 
 FileHook SetFileHook(FileHook hook) { return g_hook.exchange(hook); }
 
@@ -28,6 +24,13 @@ UINT AllowFileCall(FileCall call, UINT bytes) {
 }
 
 }  // namespace dorvik
+
+namespace dorvik::classic {
+namespace {
+using dorvik::FileCall;
+using dorvik::kMaxFileLength;
+constexpr std::size_t kWriteBehind = 64 * 1024;
+}  // namespace
 
 CFile::CFile(const char* path, UINT flags) {
     CFileException error;
@@ -264,3 +267,5 @@ void CFile::Rename(const char* from, const char* to) {
         throw CFileException(CFileException::OsErrorToException(err), err, from);
     }
 }
+
+}  // namespace dorvik::classic

@@ -14,6 +14,7 @@
 #include "dorvik/Exceptions.h"
 #include "dorvik/Platform.h"
 
+namespace dorvik::classic {
 namespace {
 std::atomic<std::size_t> g_blockLimit{SIZE_MAX};
 
@@ -47,3 +48,5 @@ void* RegrowBlock(void* block, std::size_t size) {
 void DropBlock(void* block) { std::free(block); }
 
 std::size_t DorvikSetBlockLimit(std::size_t limit) { return g_blockLimit.exchange(limit); }
+
+}  // namespace dorvik::classic

@@ -14,6 +14,7 @@
 #include "frame/Journal.h"
 #include "index/IXRecords.h"
 
+namespace dorvik::classic {
 namespace {
 using dorvik::EncodeIXRecord;
 constexpr std::int64_t kMaxFile = dorvik::kMaxFileLength;
@@ -664,3 +665,5 @@ void CIXFile::Invert(bool (*progress)(int, int), CFile* target) {
         write();
     }
 }
+
+}  // namespace dorvik::classic

@@ -12,6 +12,7 @@
 #include "recordfile/Change.h"
 #include "recordfile/RecordTable.h"
 
+namespace dorvik::classic {
 using dorvik::Block;
 using dorvik::GrabOrThrow;
 using dorvik::Hold;
@@ -268,3 +269,5 @@ void CNDimBinFile::GetRecordsBitmap(int dim, int* indices, CBitArray& bits) {
     CMemBinFile image(block, static_cast<UINT>(length), 0);
     image.GetRecordsBitmap(bits);
 }
+
+}  // namespace dorvik::classic

@@ -10,6 +10,7 @@
 #include "recordfile/Change.h"
 #include "recordfile/RecordTable.h"
 
+namespace dorvik::classic {
 namespace {
 constexpr DWORD kFirstTableBytes = 102400;  // room for 25599 records in a new file
 }  // namespace
@@ -293,3 +294,5 @@ int CBinFile::GetMaxRecordLength() {
     }
     return best;
 }
+
+}  // namespace dorvik::classic

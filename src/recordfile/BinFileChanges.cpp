@@ -19,6 +19,7 @@
 #include "recordfile/Change.h"
 #include "recordfile/RecordTable.h"
 
+namespace dorvik::classic {
 namespace {
 constexpr int kMoveChunk = 8 << 20;         // a move never holds more than this at once
 constexpr DWORD kFirstTableBytes = 102400;  // growth step of Init, in bytes
@@ -162,8 +163,6 @@ void CBinFile::WriteStored(DWORD at, const unsigned char* data, int length) {
 
 // ---- Moving data -----------------------------------------------------------------------
 
-namespace dorvik {
-
 Mover::Mover(int bytes) {
     if (bytes <= 0) return;
     // One block for the whole range when it is small; large ranges go in pieces of a
@@ -199,11 +198,9 @@ void Mover::Move(CFile& file, int from, int to, int bytes) {
     }
 }
 
-}  // namespace dorvik
-
 bool CBinFile::MoveFileBuffer(int from, int to, int bytes) {
     if (bytes <= 0 || from == to) return true;
-    dorvik::Mover mover(bytes);
+    Mover mover(bytes);
     if (!mover.Ok()) return false;
     mover.Move(*this, from, to, bytes);
     return true;
@@ -272,7 +269,7 @@ void CBinFile::Insert(int after, unsigned char* data, int length) {
     const DWORD dataEnd = m_pAddresses[m_nRecordCount];
     const DWORD at = pos <= m_nRecordCount ? m_pAddresses[pos] : dataEnd;
     const int tail = static_cast<int>(dataEnd - at);
-    dorvik::Mover mover(length > 0 ? tail : 0);
+    Mover mover(length > 0 ? tail : 0);
     if (!mover.Ok()) throw CMemoryException();
     const DWORD length32 = static_cast<DWORD>(length);
     Change change(*this, at, dataEnd + length32 + 4 * static_cast<DWORD>(count + 1), Change::kToEnd,
@@ -313,7 +310,7 @@ void CBinFile::Modify(int index, unsigned char* data, int length) {
     }
     EnsureAddressRoom(count, kFirstTableBytes);
     const int tail = static_cast<int>(dataEnd - next);
-    dorvik::Mover mover(tail);
+    Mover mover(tail);
     if (!mover.Ok()) throw CMemoryException();
     const DWORD newLength = dataEnd - static_cast<DWORD>(old) + static_cast<DWORD>(length) +
                             4 * static_cast<DWORD>(count + 1);
@@ -339,7 +336,7 @@ void CBinFile::Delete(int first, int last) {
     const int removed = static_cast<int>(next - start);
     const int gone = last - first + 1;
     const int tail = static_cast<int>(dataEnd - next);
-    dorvik::Mover mover(removed > 0 ? tail : 0);
+    Mover mover(removed > 0 ? tail : 0);
     if (!mover.Ok()) throw CMemoryException();
     const DWORD newLength =
         dataEnd - static_cast<DWORD>(removed) + 4 * static_cast<DWORD>(m_nRecordCount - gone + 1);
@@ -405,7 +402,7 @@ int CBinFile::Insert(int after, CBinFile* source) {
     const DWORD dataEnd = m_pAddresses[m_nRecordCount];
     const DWORD at = pos <= m_nRecordCount ? m_pAddresses[pos] : dataEnd;
     const int tail = static_cast<int>(dataEnd - at);
-    dorvik::Mover mover(blockLength > 0 ? tail : 0);
+    Mover mover(blockLength > 0 ? tail : 0);
     if (!mover.Ok()) throw CMemoryException();
     const DWORD added = static_cast<DWORD>(blockLength);
     Change change(*this, at, dataEnd + added + 4 * static_cast<DWORD>(count + 1), Change::kToEnd,
@@ -506,3 +503,5 @@ int CBinFile::DeleteEmpty() {
     change.Commit(firstEmpty);
     return deleted;
 }
+
+}  // namespace dorvik::classic

@@ -33,6 +33,8 @@
 #include "frame/Block.h"
 #include "frame/Journal.h"
 
+namespace dorvik::classic {
+
 struct CBinFile::Changing {
     dorvik::Journal journal;
     int depth = 0;
@@ -80,8 +82,6 @@ private:
     bool m_done = false;
 };
 
-namespace dorvik {
-
 // A block for moving `bytes` stored bytes: one block for the whole range when it is
 // small, else pieces of a fixed size, halved while memory is short. When not even one
 // byte can be had it shows "Can't move file data.\r\nNot enough memory!" and is not Ok.
@@ -100,4 +100,4 @@ private:
     bool m_ok = true;
 };
 
-}  // namespace dorvik
+}  // namespace dorvik::classic

@@ -17,11 +17,12 @@
 #include "frame/Block.h"
 #include "frame/Coding.h"
 #include "index/IXRecords.h"
+#include "text/Diacritization.h"
 
-const char DiacritizeDelimiters[37] = {' ', '\t', '!', '@',    '#', '%', '^',    '&',    '-',  '=',
-                                       '(', ')',  '[', ']',    '{', '}', '\xA1', '\xBA', ';',  ':',
-                                       '"', ',',  '.', '<',    '>', '/', '`',    '\'',   '\r', '\n',
-                                       '|', '$',  '?', '\xBF', '+', '*', '\0'};
+const char dorvik::classic::DiacritizeDelimiters[37] = {
+    ' ', '\t', '!',  '@',    '#',    '%', '^', '&',    '-', '=', '(', ')', '[',
+    ']', '{',  '}',  '\xA1', '\xBA', ';', ':', '"',    ',', '.', '<', '>', '/',
+    '`', '\'', '\r', '\n',   '|',    '$', '?', '\xBF', '+', '*', '\0'};
 
 namespace {
 // The chosen form of `word` among the records of `hits`, by `frequency(i)`; false when
@@ -62,7 +63,22 @@ bool Lookup(CString& word, CTextBinFile& dictionary, CNDimBitsBinFile& index, Fr
     return Choose(word, dictionary, hits, frequency);
 }
 
-// The wildcard index held in memory for one call, each cell expanded once. A cell is
+// The frequency file read whole: entry i, or -1 beyond its end (the init value).
+std::vector<int> LoadFrequencies(const char* path) {
+    CIXFile file(path, CFile::shareDenyNone, 4);
+    return dorvik::ReadIXRecords(file);
+}
+
+// The look-up for one word on open files, as the plain algorithm does it.
+bool DiacritizeToken(CString& word, CTextBinFile* dictionary, CNDimBitsBinFile* index,
+                     CIXFile* frequencies) {
+    return Lookup(word, *dictionary, *index,
+                  [frequencies](int i) { return frequencies->GetRecord(i); });
+}
+}  // namespace
+
+namespace dorvik {
+// The wildcard index held in memory, each cell expanded once. A cell is
 // handed out whole whatever limit is asked: the search only ANDs it into a set no
 // longer than that limit, so the result is the same.
 class CachedIndex : public CMemNDimBitsBinFile {
@@ -101,20 +117,7 @@ public:
 private:
     std::unordered_map<std::uint64_t, std::vector<unsigned char>> m_cells;
 };
-
-// The frequency file read whole: entry i, or -1 beyond its end (the init value).
-std::vector<int> LoadFrequencies(const char* path) {
-    CIXFile file(path, CFile::shareDenyNone, 4);
-    return dorvik::ReadIXRecords(file);
-}
-
-// The look-up for one word on open files, as the plain algorithm does it.
-bool DiacritizeToken(CString& word, CTextBinFile* dictionary, CNDimBitsBinFile* index,
-                     CIXFile* frequencies) {
-    return Lookup(word, *dictionary, *index,
-                  [frequencies](int i) { return frequencies->GetRecord(i); });
-}
-}  // namespace
+}  // namespace dorvik
 
 bool DiacritizeWord(CString& word, const char* dictionaryPath, const char* indexPath,
                     const char* frequencyPath) {
@@ -126,33 +129,62 @@ bool DiacritizeWord(CString& word, const char* dictionaryPath, const char* index
 
 void DiacritizeBuffer(char* buffer, CString& result, const char* dictionaryPath,
                       const char* indexPath, const char* frequencyPath) {
-    CTextBinFile dictionary(dictionaryPath, CFile::shareDenyNone);
+    dorvik::Diacritization files(dictionaryPath, indexPath, frequencyPath);
+    if (!buffer) return;
+    std::string text;
+    files.Buffer(buffer, text);
+    result += text.c_str();
+}
+
+namespace dorvik {
+
+Diacritization::Diacritization(const char* dictionaryPath, const char* indexPath,
+                               const char* frequencyPath)
+    : m_dictionary(dictionaryPath, CFile::shareDenyNone) {
     CFileStatus status;
     if (!CFile::GetStatus(indexPath, status))
         throw CFileException(CFileException::fileNotFound, 2, indexPath);
-    CachedIndex index(indexPath);
-    std::vector<int> frequencies = LoadFrequencies(frequencyPath);
-    auto frequency = [&frequencies](int i) {
-        return (i >= 0 && static_cast<std::size_t>(i) < frequencies.size())
-                   ? frequencies[static_cast<std::size_t>(i)]
-                   : -1;
-    };
-    std::unordered_map<std::string, std::string> seen;
+    m_index = std::make_unique<CachedIndex>(indexPath);
+    m_frequencies = LoadFrequencies(frequencyPath);
+}
+
+Diacritization::~Diacritization() = default;
+
+int Diacritization::Frequency(int form) const {
+    return (form >= 0 && static_cast<std::size_t>(form) < m_frequencies.size())
+               ? m_frequencies[static_cast<std::size_t>(form)]
+               : -1;
+}
+
+bool Diacritization::Word(CString& word) {
+    return Lookup(word, m_dictionary, *m_index, [this](int i) { return Frequency(i); });
+}
+
+void Diacritization::Buffer(char* buffer, std::string& result) {
     CStringToken token;
     token.m_bDelimiters = true;
-    if (!buffer) return;
     for (char* t = token.GetFirst(buffer, DiacritizeDelimiters); t;
          t = token.GetNext(DiacritizeDelimiters)) {
         if (CStringToken::IsDelimiter(*t, DiacritizeDelimiters)) {
             result += t;
             continue;
         }
-        auto at = seen.find(t);
-        if (at == seen.end()) {
+        auto at = m_seen.find(t);
+        if (at == m_seen.end()) {
+            if (m_seen.size() >= kSeenWords) m_seen.clear();
             CString word(t);
-            Lookup(word, dictionary, index, frequency);
-            at = seen.emplace(t, word.str()).first;
+            Word(word);
+            at = m_seen.emplace(t, word.str()).first;
         }
-        result += at->second.c_str();
+        result += at->second;
     }
 }
+
+int Diacritization::FormCount() { return m_dictionary.CBinFile::GetRecordCount(); }
+
+int Diacritization::LongestForm() {
+    if (m_longest < 0) m_longest = m_dictionary.GetMaxRecordLength();
+    return m_longest;
+}
+
+}  // namespace dorvik

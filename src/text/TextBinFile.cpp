@@ -15,6 +15,7 @@
 #include "recordfile/Change.h"
 #include "recordfile/RecordTable.h"
 
+namespace dorvik::classic {
 using dorvik::Block;
 using dorvik::GrabOrThrow;
 
@@ -531,3 +532,5 @@ void CTextBinFile::UpdateFile() {
     Flush();
     LoadAddresses();
 }
+
+}  // namespace dorvik::classic

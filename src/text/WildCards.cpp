@@ -13,6 +13,7 @@
 #include "dorvik/NDimBitsBinFile.h"
 #include "dorvik/TextBinFile.h"
 
+namespace dorvik::classic {
 const char DiacriticMarks[9] = {'\xF3', '\xF0', '\xF5', '\xF1', '\xF6',
                                 '\xF2', '\xF8', '\xFA', '\0'};
 
@@ -208,3 +209,5 @@ int CTextBinFile::FindTokenForWildCards(CNDimBitsBinFile* index, const char* pat
         result.Invert(GetRecordCount());
     return result.IsEmpty() ? -1 : 1;
 }
+
+}  // namespace dorvik::classic
