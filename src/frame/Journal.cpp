@@ -133,6 +133,20 @@ bool ReadRecords(CFile& journal, const Header& h, std::vector<Record>& out) {
     return true;
 }
 
+// Whether the records hold every byte of [stored, oldLength): what a change cut off or
+// had not yet written back must come from the journal. A journal whose old length runs
+// past its records is damaged, and applied it would grow the file with zeros.
+bool CoversTail(std::vector<Record> records, DWORD stored, DWORD oldLength) {
+    std::sort(records.begin(), records.end(),
+              [](const Record& a, const Record& b) { return a.offset < b.offset; });
+    DWORD reached = stored;
+    for (const Record& r : records) {
+        if (reached >= oldLength || r.offset > reached) break;
+        reached = std::max(reached, r.offset + r.length);
+    }
+    return reached >= oldLength;
+}
+
 // Brings `target` back to the state before the change. The last byte of a record file
 // stays 0xFF, its mark of a change under way, until all else is in place.
 void Replay(CFile& journal, CFile& target, const Header& h, const std::vector<Record>& records) {
@@ -243,7 +257,9 @@ void Journal::Recover(CFile& file, bool created, bool marked) {
     }
     if (active) {
         std::vector<Record> records;
-        if (!ReadRecords(journal, h, records)) return;  // kept for whoever repairs by hand
+        if (!ReadRecords(journal, h, records) ||
+            !CoversTail(records, file.CFile::GetLength(), h.oldLength))
+            return;  // kept for whoever repairs by hand
         CFile target;
         if (!target.Open(path, CFile::modeReadWrite | CFile::shareDenyNone)) return;
         Replay(journal, target, h, records);

@@ -11,7 +11,9 @@
 //   24  records up to that count: stored offset, length, and the bytes the file held there
 // Undo writes every record back, sets the old length and restores the file's last byte
 // last. A journal that names another inode, or that lies beside a file just created, is
-// stale and goes unused.
+// stale and goes unused. One whose records reach outside it or past the old length, or
+// leave bytes between the file's length and the old length uncovered, is damaged: it is
+// kept for whoever repairs the file by hand, and never applied.
 //
 // Order: the journal is written whole and only then set to undo, before the first byte
 // of the file changes; it is set idle once the file is complete. Meanwhile the change
