@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <optional>
 #include <random>
 #include <string>
@@ -501,12 +502,57 @@ TEST(CrashSafety, AJournalAppliesOnlyToItsOwnFile) {
     EXPECT_EQ(ReadAll(path), original);
 }
 
-// ---- Integer files ---------------------------------------------------------------------
+// ---- Every call of one change, cut ----------------------------------------------------
 
-// The moves of an integer file (insert, delete, delete-empty, invert in place), each cut
-// before every call that changes a file and failing at every call: reopened, the file
-// holds the records before or after the move, and a move that threw left them before.
-// A completed move leaves exactly the file it would without a journal, and no journal.
+// Runs `change` on the file `original` at `path` once, then again with each of its calls
+// failing, torn, and refused from there on as by the death of the process. A change
+// that throws leaves the file as it was; one that is cut off leaves, once `reopen` has
+// opened the file, the bytes before or after the change, and no journal. A completed
+// change leaves no journal either.
+void CutAtEveryCall(const std::string& path, const Bytes& original, const std::string& name,
+                    const std::function<void()>& change, const std::function<void()>& reopen) {
+    WriteAll(path, original);
+    long calls = 0;
+    {
+        FileFaults count(FileFaults::Mode::count, -1, true);
+        change();
+        calls = count.Calls();
+    }
+    const Bytes after = ReadAll(path);
+    EXPECT_NE(after, original) << name << ": changes nothing";
+    EXPECT_GT(calls, 3) << name << ": journal, mark, data and table at least";
+    EXPECT_FALSE(Exists(path + ".journal")) << name;
+    for (long at = 0; at < calls; ++at) {
+        for (auto mode : {FileFaults::Mode::fail, FileFaults::Mode::tear, FileFaults::Mode::stop,
+                          FileFaults::Mode::stopTorn}) {
+            const std::string where = name + ", call " + std::to_string(at) + ", mode " +
+                                      std::to_string(static_cast<int>(mode));
+            WriteAll(path, original);
+            bool threw = false;
+            {
+                const bool fails = mode == FileFaults::Mode::fail || mode == FileFaults::Mode::tear;
+                FileFaults fault(mode, at, fails);
+                try {
+                    change();
+                } catch (const CFileException&) {
+                    threw = true;
+                }
+            }
+            if (mode == FileFaults::Mode::fail || mode == FileFaults::Mode::tear) {
+                EXPECT_EQ(ReadAll(path), threw ? original : after) << where;
+                continue;
+            }
+            reopen();
+            const Bytes now = ReadAll(path);
+            EXPECT_TRUE(now == original || now == after) << where;
+            EXPECT_FALSE(Exists(path + ".journal")) << where;
+            if (::testing::Test::HasFailure()) return;
+        }
+    }
+}
+
+// The moves of an integer file (insert, delete, delete-empty, invert in place). A
+// completed move leaves exactly the file it would without a journal.
 TEST(CrashSafety, AnIntegerFileMoveCutAnywhereLeavesTheOldOrTheNewRecords) {
     TempDir dir;
     const std::string path = dir.Path("ix");
@@ -524,48 +570,80 @@ TEST(CrashSafety, AnIntegerFileMoveCutAnywhereLeavesTheOldOrTheNewRecords) {
     }
     for (const auto& [name, move] : moves) {
         WriteAll(path, original);
-        long calls = 0;
-        {
-            CIXFile f(path.c_str(), CFile::modeReadWrite, 4);
-            FileFaults count;
-            move(f);
-            calls = count.Calls();
-        }
-        const Bytes after = ReadAll(path);
-        EXPECT_FALSE(Exists(path + ".journal")) << name;
-        WriteAll(path, original);
-        {
-            CMemIXFile twin(path.c_str(), 0, 4);  // the same move without any journal
-            move(twin);
-            twin.UpdateToFile(dir.Path("twin").c_str());
-            EXPECT_EQ(ReadAll(dir.Path("twin")), after) << name << ": the journal changed it";
-        }
-        for (long at = 0; at < calls; ++at) {
-            for (auto mode :
-                 {FileFaults::Mode::stop, FileFaults::Mode::stopTorn, FileFaults::Mode::fail}) {
-                const std::string where = std::string(name) + ", call " + std::to_string(at);
-                WriteAll(path, original);
-                bool threw = false;
-                {
-                    CIXFile f(path.c_str(), CFile::modeReadWrite, 4);
-                    FileFaults fault(mode, at);
-                    try {
-                        move(f);
-                    } catch (const CFileException&) {
-                        threw = true;
-                    }
-                }
-                if (mode == FileFaults::Mode::fail && threw) {
-                    EXPECT_EQ(ReadAll(path), original) << where << ": failed, not undone";
-                }
-                { CIXFile reopened(path.c_str(), CFile::modeRead, 4); }
-                const Bytes now = ReadAll(path);
-                EXPECT_TRUE(now == original || now == after) << where;
-                EXPECT_FALSE(Exists(path + ".journal")) << where;
-                if (HasFailure()) break;
-            }
-        }
+        CMemIXFile twin(path.c_str(), 0, 4);  // the same move without any journal
+        move(twin);
+        twin.UpdateToFile(dir.Path("twin").c_str());
+        CutAtEveryCall(
+            path, original, name,
+            [&, m = move] {
+                CIXFile f(path.c_str(), CFile::modeReadWrite, 4);
+                m(f);
+            },
+            [&] { CIXFile reopened(path.c_str(), CFile::modeRead, 4); });
+        EXPECT_EQ(ReadAll(path), ReadAll(dir.Path("twin"))) << name << ": the journal changed it";
     }
+}
+
+// The changes of the files built on the record file: bit records set and cleared in
+// place, nested files rebuilt level by level, text records inserted in sorted order.
+TEST(CrashSafety, ChangesOfBitTextAndNestedFilesCutAnywhereLeaveTheOldOrTheNewFile) {
+    TempDir dir;
+    const std::string path = dir.Path("f");
+    auto reopen = [&] { CBinFile f(path.c_str(), CFile::modeRead); };
+    const Bytes bits = [&] {
+        CBitsBinFile f(path.c_str(), CFile::modeCreate | CFile::modeReadWrite);
+        AddRows(f, {{1, 5, 9}, {}, {0, 1, 2, 3, 300}, {7, 4000}});
+        f.Close();
+        return ReadAll(path);
+    }();
+    auto onBits = [&](void (*change)(CBitsBinFile&)) {
+        return [&path, change] {
+            CBitsBinFile f(path.c_str(), CFile::modeReadWrite);
+            change(f);
+        };
+    };
+    CutAtEveryCall(path, bits, "set a bit", onBits([](CBitsBinFile& f) { f.SetAt(0, 2000); }),
+                   reopen);
+    CutAtEveryCall(path, bits, "clear a bit", onBits([](CBitsBinFile& f) { f.ResetAt(2, 300); }),
+                   reopen);
+    CutAtEveryCall(path, bits, "set a bit past the end",
+                   onBits([](CBitsBinFile& f) { f.SetAt(6, 12); }), reopen);
+
+    const Bytes nested = [&] {
+        CNDimBinFile f(path.c_str(), CFile::modeCreate | CFile::modeReadWrite);
+        int a[] = {0, 0, 0}, b[] = {0, 1, 1}, c[] = {2, 2, 0};
+        f.Modify(3, a, P("ab"), 2);
+        f.Modify(3, b, P("cde"), 3);
+        f.Modify(3, c, P("ghij"), 4);
+        f.Close();
+        return ReadAll(path);
+    }();
+    CutAtEveryCall(
+        path, nested, "a nested record",
+        [&] {
+            CNDimBinFile f(path.c_str(), CFile::modeReadWrite);
+            int at[] = {0, 1, 0};
+            f.Modify(3, at, P("a longer record"), 15);
+        },
+        reopen);
+    CutAtEveryCall(
+        path, nested, "a nested delete",
+        [&] {
+            CNDimBinFile f(path.c_str(), CFile::modeReadWrite);
+            int at[] = {0, 0};
+            f.Delete(2, at, 0, 0);
+        },
+        reopen);
+
+    const Bytes text = RecordFileImage({B("alpha"), B("beta"), B("delta")});
+    CutAtEveryCall(
+        path, text, "a sorted text insertion",
+        [&] {
+            CTextBinFile f(path.c_str(), CFile::modeReadWrite);
+            int record = -1;
+            f.Add("charlie", 7, record, true, false);
+        },
+        reopen);
 }
 
 }  // namespace
