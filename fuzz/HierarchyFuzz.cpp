@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "../tests/TreeWalk.h"
 #include "FuzzUtil.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -19,31 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         CHierarchy tree;
         tree.Init(&file, nullptr);
         const int count = tree.GetNodeCount();
-        for (int node : {nodes[0], nodes[1], nodes[2], nodes[3], count - 1, count}) {
-            const int level = tree.GetNodeLevel(node);
-            tree.GetLevelNodeCount(level);
-            tree.GetNodeParent(node);
-            tree.GetNodeRoot(node);
-            tree.GetNodeBrother(node);
-            tree.GetNodeLastChild(node);
-            tree.GetIndexNode(tree.GetNodeIndex(node), level);
-            tree.IsLeaf(node);
-            tree.GetChildrenCount(node);
-            CBitArray scope, children;
-            tree.GetNodeScope(node, scope);
-            CDWordArray list;
-            for (int mode : {-1, 0, 1}) {
-                tree.GetChildrenNodes(node, children, mode);
-                tree.GetChildrenNodes(node, list, mode);
-            }
-            int* walk = nullptr;
-            const int length = tree.GetNodePath(node, walk);
-            if (walk) tree.GetPathNode(length, walk);
-            delete[] walk;
-            walk = nullptr;
-            tree.GetNodeAbsPath(node, walk);
-            delete[] walk;
-        }
+        for (int node : {nodes[0], nodes[1], nodes[2], nodes[3], count - 1, count})
+            AskAboutNode(tree, node);
         for (int length = 0; length <= 4; ++length) {
             tree.GetPathNode(length, path);
             tree.GetChildrenCount(length, path);

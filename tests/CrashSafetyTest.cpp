@@ -166,6 +166,15 @@ void ApplyToFile(CBinFile& f, const Op& op, const TempDir& dir) {
     }
 }
 
+// Applies `op` to the record file at `path` once and returns how many calls of the file
+// layer it made: those that change files, and with `reads` the reads as well.
+long CallsOf(const std::string& path, const Op& op, const TempDir& dir, bool reads) {
+    CBinFile f(path.c_str(), CFile::modeReadWrite);
+    FileFaults count(FileFaults::Mode::count, -1, reads);
+    ApplyToFile(f, op, dir);
+    return count.Calls();
+}
+
 void WriteSource(const TempDir& dir) {
     std::vector<Bytes> records;
     for (const auto& r : kSource) records.push_back(B(r));
@@ -246,13 +255,7 @@ TEST(CrashSafety, AWriterStoppedAtAnyCallLeavesTheOldOrTheNewRecords) {
         Records next = model;
         ApplyToModel(next, op);
         const Bytes before = ReadAll(path);
-        long calls = 0;
-        {
-            CBinFile f(path.c_str(), CFile::modeReadWrite);
-            FileFaults count;
-            ApplyToFile(f, op, dir);
-            calls = count.Calls();
-        }
+        const long calls = CallsOf(path, op, dir, false);
         const Bytes after = ReadAll(path);
         ASSERT_EQ(OpensAs(after), std::optional<Records>(next)) << "step " << step;
         for (long at = 0; at < calls; ++at) {
@@ -363,13 +366,7 @@ TEST(CrashSafety, AChangeWhoseCallFailsCompletesOrChangesNothing) {
         Records next = model;
         ApplyToModel(next, op);
         const Bytes before = ReadAll(path);
-        long calls = 0;
-        {
-            CBinFile f(path.c_str(), CFile::modeReadWrite);
-            FileFaults count(FileFaults::Mode::count, -1, true);
-            ApplyToFile(f, op, dir);
-            calls = count.Calls();
-        }
+        const long calls = CallsOf(path, op, dir, true);
         const Bytes after = ReadAll(path);
         for (long at = 0; at < calls; ++at) {
             for (auto mode : {FileFaults::Mode::fail, FileFaults::Mode::tear}) {

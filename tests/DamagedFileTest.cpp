@@ -18,6 +18,7 @@
 
 #include "Dorvik01.h"
 #include "TestUtil.h"
+#include "TreeWalk.h"
 
 namespace {
 
@@ -507,27 +508,7 @@ void ReadTree(const std::string& path) {
         CHierarchy tree;
         tree.Init(path.c_str(), nullptr);
         const int count = tree.GetNodeCount();
-        for (int node = -1; node <= count && node < 40; ++node) {
-            const int level = tree.GetNodeLevel(node);
-            tree.GetLevelNodeCount(level);
-            tree.GetNodeParent(node);
-            tree.GetNodeRoot(node);
-            tree.GetNodeBrother(node);
-            tree.GetNodeLastChild(node);
-            tree.GetIndexNode(tree.GetNodeIndex(node), level);
-            tree.IsLeaf(node);
-            CBitArray scope;
-            tree.GetNodeScope(node, scope);
-            for (int mode : {-1, 0, 1}) tree.GetChildrenNodes(node, scope, mode);
-            int* walk = nullptr;
-            const int length = tree.GetNodePath(node, walk);
-            tree.GetPathNode(length, walk);
-            tree.GetChildrenCount(length, walk);
-            delete[] walk;
-            walk = nullptr;
-            tree.GetNodeAbsPath(node, walk);
-            delete[] walk;
-        }
+        for (int node = -1; node <= count && node < 40; ++node) AskAboutNode(tree, node);
     });
 }
 

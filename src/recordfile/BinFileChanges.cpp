@@ -261,28 +261,34 @@ void CBinFile::Init(int count) {
 
 void CBinFile::Insert(int after, unsigned char* data, int length) {
     RequireTable();
-    if (length < 0) length = 0;
-    const int pos = InsertPosition(after, length);
+    Change::InsertRecords(*this, after, data, length < 0 ? 0 : length, 1, nullptr);
+}
+
+int CBinFile::Change::InsertRecords(CBinFile& file, int after, const unsigned char* data,
+                                    int length, int n, const DWORD* starts) {
+    const int pos = file.InsertPosition(after, length, n);
     // Records after the change: past the end the file first grows to pos + 1.
-    const int count = (pos > m_nRecordCount ? pos + 1 : m_nRecordCount) + 1;
-    EnsureAddressRoom(count, kTableSpare + 4);
-    const DWORD dataEnd = m_pAddresses[m_nRecordCount];
-    const DWORD at = pos <= m_nRecordCount ? m_pAddresses[pos] : dataEnd;
+    const int count = (pos > file.m_nRecordCount ? pos + 1 : file.m_nRecordCount) + n;
+    file.EnsureAddressRoom(count, kTableSpare + 4);
+    const DWORD dataEnd = file.m_pAddresses[file.m_nRecordCount];
+    const DWORD at = pos <= file.m_nRecordCount ? file.m_pAddresses[pos] : dataEnd;
     const int tail = static_cast<int>(dataEnd - at);
     Mover mover(length > 0 ? tail : 0);
     if (!mover.Ok()) throw CMemoryException();
-    const DWORD length32 = static_cast<DWORD>(length);
-    Change change(*this, at, dataEnd + length32 + 4 * static_cast<DWORD>(count + 1), Change::kToEnd,
+    const DWORD added = static_cast<DWORD>(length);
+    Change change(file, at, dataEnd + added + 4 * static_cast<DWORD>(count + 1), Change::kToEnd,
                   mover.Scratch(), mover.Room());
-    if (pos > m_nRecordCount) Init(pos + 1);
-    mover.Move(*this, static_cast<int>(at), static_cast<int>(at + length32), tail);
-    if (length != 0 && data) {
-        Seek(static_cast<LONG>(at), begin);
-        Write(data, length32);
+    if (pos > file.m_nRecordCount) file.Init(pos + 1);
+    mover.Move(file, static_cast<int>(at), static_cast<int>(at + added), tail);
+    if (length > 0 && data) {
+        file.Seek(static_cast<LONG>(at), CFile::begin);
+        file.Write(data, added);
     }
-    MoveFileAddresses(pos, m_nRecordCount, length, pos + 1);
-    ++m_nRecordCount;
+    file.MoveFileAddresses(pos, file.m_nRecordCount, length, pos + n);
+    file.m_nRecordCount += n;
+    for (int i = 1; i < n; ++i) file.m_pAddresses[pos + i] = at + (starts[i] - starts[0]);
     change.Commit(pos);
+    return pos;
 }
 
 void CBinFile::Modify(int index, unsigned char* data, int length) {
@@ -396,27 +402,7 @@ int CBinFile::Insert(int after, CBinFile* source) {
         throw CFileException(CFileException::invalidFile, -1, source->m_strFileName);
 
     RequireTable();
-    const int pos = InsertPosition(after, blockLength, n);
-    const int count = (pos > m_nRecordCount ? pos + 1 : m_nRecordCount) + n;
-    EnsureAddressRoom(count, kTableSpare + 4);
-    const DWORD dataEnd = m_pAddresses[m_nRecordCount];
-    const DWORD at = pos <= m_nRecordCount ? m_pAddresses[pos] : dataEnd;
-    const int tail = static_cast<int>(dataEnd - at);
-    Mover mover(blockLength > 0 ? tail : 0);
-    if (!mover.Ok()) throw CMemoryException();
-    const DWORD added = static_cast<DWORD>(blockLength);
-    Change change(*this, at, dataEnd + added + 4 * static_cast<DWORD>(count + 1), Change::kToEnd,
-                  mover.Scratch(), mover.Room());
-    if (pos > m_nRecordCount) Init(pos + 1);
-    mover.Move(*this, static_cast<int>(at), static_cast<int>(at + added), tail);
-    if (blockLength > 0) {
-        Seek(static_cast<LONG>(at), begin);
-        Write(block, added);
-    }
-    MoveFileAddresses(pos, m_nRecordCount, blockLength, pos + n);
-    m_nRecordCount += n;
-    for (int i = 0; i < n; ++i) m_pAddresses[pos + i] = at + (entries[i] - entries[0]);
-    change.Commit(pos);
+    Change::InsertRecords(*this, after, block, blockLength, n, entries);
     return n;
 }
 

@@ -70,6 +70,13 @@ public:
     // completes the file (outermost change), or leaves that to the outer change.
     void Commit(int firstEntry);
 
+    // Inserts `n` records into `file` behind record `after` as one change: together they
+    // hold the `length` bytes of `data` (null: the bytes are left as they lie), record i
+    // starting starts[i] - starts[0] bytes in (`starts` may be null for one record).
+    // Returns the position of the first.
+    static int InsertRecords(CBinFile& file, int after, const unsigned char* data, int length,
+                             int n, const DWORD* starts);
+
 private:
     void Grow(DWORD length);
     void Mark(DWORD at);
