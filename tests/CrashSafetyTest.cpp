@@ -238,6 +238,43 @@ Records CheckLeftBehind(const std::string& path, const Records& before, const Re
     return now;
 }
 
+// One change of a random run, and the file before and after it.
+struct RunStep {
+    std::string where;
+    Op op;
+    Records before, after;
+    Bytes beforeBytes, afterBytes;
+    long calls;  // of the file layer: changing ones, and reads when asked for
+};
+
+// A random run of `steps` changes from the empty record file at dir/f. For each, `cut`
+// runs with the change learnt (the file is then as after it) and may change the file;
+// the file is then put as after the change. Stops at the first failure.
+void RandomRun(const TempDir& dir, unsigned seed, int steps, bool reads,
+               const std::function<void(const RunStep&)>& cut) {
+    const std::string path = dir.Path("f");
+    WriteAll(path, Words({0}));
+    std::mt19937 rng(seed);
+    Records model;
+    for (int step = 0; step < steps; ++step) {
+        RunStep s{"step " + std::to_string(step),
+                  RandomOp(rng, static_cast<int>(model.size())),
+                  model,
+                  model,
+                  ReadAll(path),
+                  {},
+                  0};
+        ApplyToModel(s.after, s.op);
+        s.calls = CallsOf(path, s.op, dir, reads);
+        s.afterBytes = ReadAll(path);
+        ASSERT_EQ(OpensAs(s.afterBytes), std::optional<Records>(s.after)) << s.where;
+        cut(s);
+        if (::testing::Test::HasFailure()) return;
+        WriteAll(path, s.afterBytes);
+        model = s.after;
+    }
+}
+
 // ---- Stopped before each call ----------------------------------------------------------
 
 // Every change of a random run is cut before each of its calls that change a file
@@ -246,36 +283,23 @@ TEST(CrashSafety, AWriterStoppedAtAnyCallLeavesTheOldOrTheNewRecords) {
     TempDir dir;
     WriteSource(dir);
     const std::string path = dir.Path("f");
-    WriteAll(path, Words({0}));
-    std::mt19937 rng(11);
-    Records model;
     long cuts = 0;
-    for (int step = 0; step < 60; ++step) {
-        const Op op = RandomOp(rng, static_cast<int>(model.size()));
-        Records next = model;
-        ApplyToModel(next, op);
-        const Bytes before = ReadAll(path);
-        const long calls = CallsOf(path, op, dir, false);
-        const Bytes after = ReadAll(path);
-        ASSERT_EQ(OpensAs(after), std::optional<Records>(next)) << "step " << step;
-        for (long at = 0; at < calls; ++at) {
+    RandomRun(dir, 11, 60, false, [&](const RunStep& s) {
+        for (long at = 0; at < s.calls; ++at) {
             for (auto mode : {FileFaults::Mode::stop, FileFaults::Mode::stopTorn}) {
-                WriteAll(path, before);
+                WriteAll(path, s.beforeBytes);
                 {
                     CBinFile f(path.c_str(), CFile::modeReadWrite);
                     FileFaults stop(mode, at);
                     try {
-                        ApplyToFile(f, op, dir);
+                        ApplyToFile(f, s.op, dir);
                     } catch (const CFileException&) {}
                 }
-                CheckLeftBehind(path, model, next,
-                                "step " + std::to_string(step) + ", call " + std::to_string(at));
+                CheckLeftBehind(path, s.before, s.after, s.where + ", call " + std::to_string(at));
                 ++cuts;
             }
         }
-        WriteAll(path, after);
-        model = next;
-    }
+    });
     EXPECT_GT(cuts, 600);
 }
 
@@ -358,42 +382,30 @@ TEST(CrashSafety, AChangeWhoseCallFailsCompletesOrChangesNothing) {
     TempDir dir;
     WriteSource(dir);
     const std::string path = dir.Path("f");
-    WriteAll(path, Words({0}));
-    std::mt19937 rng(3);
-    Records model;
-    for (int step = 0; step < 40; ++step) {
-        const Op op = RandomOp(rng, static_cast<int>(model.size()));
-        Records next = model;
-        ApplyToModel(next, op);
-        const Bytes before = ReadAll(path);
-        const long calls = CallsOf(path, op, dir, true);
-        const Bytes after = ReadAll(path);
-        for (long at = 0; at < calls; ++at) {
+    RandomRun(dir, 3, 40, true, [&](const RunStep& s) {
+        for (long at = 0; at < s.calls; ++at) {
             for (auto mode : {FileFaults::Mode::fail, FileFaults::Mode::tear}) {
-                const std::string where = "step " + std::to_string(step) + ", call " +
-                                          std::to_string(at) +
+                const std::string where = s.where + ", call " + std::to_string(at) +
                                           (mode == FileFaults::Mode::tear ? " torn" : "");
-                WriteAll(path, before);
+                WriteAll(path, s.beforeBytes);
                 CBinFile f(path.c_str(), CFile::modeReadWrite);
                 bool threw = false;
                 {
                     FileFaults fault(mode, at, mode == FileFaults::Mode::fail);
                     try {
-                        ApplyToFile(f, op, dir);
+                        ApplyToFile(f, s.op, dir);
                     } catch (const CFileException&) {
                         threw = true;
                     }
                     if (!fault.Struck()) continue;  // a tear needs a write
                 }
-                const Records& expected = threw ? model : next;
-                EXPECT_EQ(RecordsOf(f), expected) << where << ": the object";
-                EXPECT_EQ(ReadAll(path), threw ? before : after) << where << ": the file";
-                if (HasFailure()) return;
+                EXPECT_EQ(RecordsOf(f), threw ? s.before : s.after) << where << ": the object";
+                EXPECT_EQ(ReadAll(path), threw ? s.beforeBytes : s.afterBytes)
+                    << where << ": the file";
+                if (::testing::Test::HasFailure()) return;
             }
         }
-        WriteAll(path, after);
-        model = next;
-    }
+    });
 }
 
 // ---- The journal and other objects -----------------------------------------------------
