@@ -16,6 +16,7 @@
 
 namespace dorvik::classic {
 namespace {
+constexpr std::size_t kJournalPiece = 8 << 20;  // the largest block a journal copy takes
 using dorvik::EncodeIXRecord;
 constexpr std::int64_t kMaxFile = dorvik::kMaxFileLength;
 // Records per piece where a scan or a fill goes piece by piece.
@@ -68,7 +69,12 @@ void CIXFile::AsOneChange(DWORD from, const std::function<void()>& move) {
     }
     if (!m_pJournal) m_pJournal = std::make_unique<dorvik::Journal>();
     const DWORD length = GetLength();
-    m_pJournal->Begin(*this, length, {{from, length}}, nullptr, 0);
+    // The journal copies the bytes through one block, as the move does; without one, in
+    // small pieces.
+    const std::size_t room =
+        std::min<std::size_t>(length > from ? length - from : 0, kJournalPiece);
+    dorvik::Block<> scratch = dorvik::Hold(room ? static_cast<BYTE*>(GrabBlock(room)) : nullptr);
+    m_pJournal->Begin(*this, length, {{from, length}}, scratch.get(), scratch ? room : 0);
     try {
         move();
     } catch (...) {
