@@ -89,10 +89,12 @@ bool CBinFile::LoadAddresses() {
     dorvik::TableLocation table;
     if (!dorvik::LocateTable(*this, 0, length, table)) return false;
     DWORD bytes = length - table.offset;
-    m_pAddresses = dorvik::GrabOrThrow<DWORD>(bytes).release();
+    // Held until read: a constructor that throws here has no destructor to free it.
+    dorvik::Block<DWORD> entries = dorvik::GrabOrThrow<DWORD>(bytes);
+    dorvik::ReadTableEntries(*this, table.offset, entries.get(), table.count + 1);
+    m_pAddresses = entries.release();
     m_nAddressBytes = bytes;
     m_nRecordCount = static_cast<int>(table.count);
-    dorvik::ReadTableEntries(*this, table.offset, m_pAddresses, table.count + 1);
     // Entry `count` bounds every span read. In a sound table it is the last word, the
     // table offset; a table out of step with the end, or one whose last entry is not the
     // data end, is damaged: its spans stay below the offset and changes refuse it.
