@@ -168,21 +168,27 @@ TEST(SpillStack, TakesOverASavedFileOnlyWithAPlausibleTop) {
 
 TEST(SpillStack, LeavesNoTemporaryBehind) {
     TempFolder temp;
+    // The spill files; the journal beside one in use is counted with it.
+    auto spills = [&temp] {
+        std::size_t n = 0;
+        for (const std::string& f : temp.Files("egy")) n += !f.ends_with(".journal");
+        return n;
+    };
     TempDir dir;
     std::string mine = dir.Path("mine");
     {
         CBitArraySaver saver;
         PopBytes(saver, 10001, false);  // refused before any file is made
-        EXPECT_EQ(temp.Files("egy").size(), 0u);
+        EXPECT_EQ(spills(), 0u);
         bool ok = false;
         EXPECT_TRUE(PopBytes(saver, 1, true, &ok).empty());  // the first use makes it
         EXPECT_TRUE(ok);
-        EXPECT_EQ(temp.Files("egy").size(), 1u);
+        EXPECT_EQ(spills(), 1u);
         EXPECT_EQ(saver.Push(P("abc"), 3, true), 1);
         // Moving to the caller's file drops the temporary at once; the caller's file
         // survives the object.
         saver.SetTempFile(mine.c_str());
-        EXPECT_EQ(temp.Files("egy").size(), 0u);
+        EXPECT_EQ(spills(), 0u);
         EXPECT_EQ(saver.Push(P("abc"), 3, true), 1);
     }
     EXPECT_TRUE(Exists(mine));
@@ -195,7 +201,7 @@ TEST(SpillStack, LeavesNoTemporaryBehind) {
             BlockLimit tight(1000);
             EXPECT_THROW(saver.Push(P("abc"), 3, false), CMemoryException);
         }
-        EXPECT_EQ(temp.Files("egy").size(), 0u);
+        EXPECT_EQ(spills(), 0u);
         std::thread([&] { EXPECT_EQ(saver.Push(P("abc"), 3, false), 1); }).join();
         Bytes big(5000, 0x5A);
         {
@@ -203,7 +209,7 @@ TEST(SpillStack, LeavesNoTemporaryBehind) {
             EXPECT_THROW(saver.Push(big.data(), 5000, true), CMemoryException);
         }
         std::thread([&] { EXPECT_EQ(saver.Push(P("def"), 3, false), 2); }).join();
-        EXPECT_EQ(temp.Files("egy").size(), 1u);
+        EXPECT_EQ(spills(), 1u);
     }
     EXPECT_EQ(temp.Files("egy").size(), 0u);
 }

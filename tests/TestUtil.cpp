@@ -4,9 +4,11 @@
 #include "dorvik/BitArray.h"
 #include "dorvik/BitsBinFile.h"
 #include "dorvik/Platform.h"
+#include "frame/FileHook.h"
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -171,4 +173,52 @@ MessageCapture::MessageCapture() : m_old(AfxSetMessageHandler(&Capture)) { g_cap
 MessageCapture::~MessageCapture() {
     g_capture = nullptr;
     AfxSetMessageHandler(m_old);
+}
+
+namespace {
+FileFaults* g_faults = nullptr;
+}  // namespace
+
+FileFaults::FileFaults(Mode mode, long at, bool reads)
+    : m_mode(mode), m_at(at), m_reads(reads), m_old(dorvik::SetFileHook(&FileFaults::Hook)) {
+    g_faults = this;
+}
+
+FileFaults::~FileFaults() {
+    g_faults = nullptr;
+    dorvik::SetFileHook(m_old);
+}
+
+UINT FileFaults::Hook(dorvik::FileCall call, UINT bytes) {
+    if (!g_faults) return bytes;
+    FileFaults& f = *g_faults;
+    const bool read = call == dorvik::FileCall::read;
+    const bool write = call == dorvik::FileCall::write;
+    if (read && !f.m_reads) return bytes;
+    if (f.m_mode == Mode::tear && !write) return bytes;
+    const long n = f.m_calls++;
+    const auto refuse = [&f] {
+        f.m_struck = true;
+        throw CFileException(CFileException::hardIO, EIO, "fault");
+    };
+    switch (f.m_mode) {
+        case Mode::count:
+            return bytes;
+        case Mode::fail:
+            if (n == f.m_at) refuse();
+            return bytes;
+        case Mode::tear:
+            if (n != f.m_at) return bytes;
+            f.m_struck = true;
+            return bytes / 2;
+        case Mode::stop:
+        case Mode::stopTorn:
+            if (n < f.m_at || read) return bytes;
+            if (n == f.m_at && write && f.m_mode == Mode::stopTorn && bytes > 1) {
+                f.m_struck = true;
+                return bytes / 2;  // the layer then fails the rest of the write
+            }
+            refuse();
+    }
+    return bytes;
 }

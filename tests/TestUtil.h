@@ -10,6 +10,7 @@
 #include "dorvik/BinFile.h"
 #include "dorvik/BitArray.h"
 #include "dorvik/BitsBinFile.h"
+#include "frame/FileHook.h"
 
 using Bytes = std::vector<unsigned char>;
 
@@ -85,6 +86,35 @@ public:
 
 private:
     std::size_t m_old;
+};
+
+// While alive, the calls of the file layer go through a plan. The calls that change
+// files (write, truncate, create, remove, rename), and with `reads` the reads as well,
+// are numbered from 0. `count` only counts them; `fail` makes call `at` fail with
+// CFileException(hardIO) and lets all others through; `tear` lets half of write `at` land
+// and then fails it, as a full disk would; `stop` refuses call `at` and every changing
+// call after it, as if the process had died there, and `stopTorn` lets half of call `at`
+// land first when it is a write. Process-wide: one plan at a time.
+class FileFaults {
+public:
+    enum class Mode { count, fail, tear, stop, stopTorn };
+    explicit FileFaults(Mode mode = Mode::count, long at = -1, bool reads = false);
+    ~FileFaults();
+    FileFaults(const FileFaults&) = delete;
+    FileFaults& operator=(const FileFaults&) = delete;
+    // The calls numbered so far.
+    long Calls() const { return m_calls; }
+    // Whether the plan acted (a call failed, tore or was refused).
+    bool Struck() const { return m_struck; }
+
+private:
+    static UINT Hook(dorvik::FileCall call, UINT bytes);
+    Mode m_mode;
+    long m_at;
+    bool m_reads;
+    long m_calls = 0;
+    bool m_struck = false;
+    dorvik::FileHook m_old;
 };
 
 // While alive, the texts shown by AfxMessageBox are recorded here, as "text|type|help",

@@ -14,10 +14,20 @@
 //  - between operations the file on disk is a complete record file, as far as the
 //    operating system has it: nothing calls fsync, so a crash of the machine may still
 //    lose or tear recent changes (Flush writes through to the disk);
-//  - a change is not atomic: a process that dies inside one can leave data and table out
-//    of step;
+//  - a change survives the death of its process whole or not at all: before it
+//    overwrites stored bytes it copies them to the rollback journal "<path>.journal"
+//    beside the file and sets the file's last byte to 0xFF (no complete record file ends
+//    so) until the change is complete. The next open of the file, read-only included,
+//    puts the journal's bytes back, so the file shows the records before the change or
+//    after it, never others; a marked file whose journal is missing or damaged fails
+//    IsValidBinFile and opens as none. The journal lives while an object that changed
+//    the file is open and goes with the last one; when a change throws, it is undone at
+//    once. A change costs the copy of the bytes it overwrites (an append overwrites only
+//    the table) and a few small writes of the journal and the mark;
 //  - each object keeps its own copy of the table: a second object on the same file does
-//    not see the changes of the first and reads with a stale table until it reopens;
+//    not see the changes of the first and reads with a stale table until it reopens; a
+//    change through it, once the file's length has moved, is refused with
+//    CFileException and writes nothing;
 //  - not safe mode keeps no table on disk at all until Close, destruction or
 //    SetSafeMode(true): a process that dies before leaves the data without a table, a
 //    file that fails to open or shows wrong records.
@@ -28,6 +38,8 @@
 // and pass to the caller. Not safe for concurrent use: one object, one thread; objects
 // on different files may be used on different threads at once.
 #pragma once
+
+#include <memory>
 
 #include "Arrays.h"
 #include "File.h"
@@ -178,6 +190,11 @@ protected:
     // Start and length of records `first` .. `last`; false when the entries do not
     // describe bytes inside the data.
     bool RecordSpan(int first, int last, DWORD& start, DWORD& length) const;
+    // One change of the stored file, as a scope: the changes made inside it (through any
+    // object method) become one, kept or undone whole. Defined in recordfile/Change.h.
+    class Change;
+    // Overwrites `length` stored bytes at `at` (inside the data) as one change.
+    void WriteStored(DWORD at, const unsigned char* data, int length);
 
     DWORD* m_pAddresses = nullptr;
     DWORD m_nAddressBytes = 0;
@@ -186,16 +203,23 @@ protected:
     bool m_bOpen = false;
 
 private:
+    struct Changing;  // the state of the change under way, with its journal
+
     bool m_bTableChecked = false;
     bool m_bTableDamaged = false;  // as loaded, entry count was not the table offset
+    std::unique_ptr<Changing> m_pChanging;
 
     // Moves `bytes` bytes from `from` to `to` inside the storage, ranges overlapping
     // freely; false (after the message) when not even one byte of memory can be had.
     bool MoveFileBuffer(int from, int to, int bytes);
     // Moves entries `from` .. `to` to `dest` and adds `delta` to the moved entries.
     void MoveFileAddresses(int from, int to, int delta, int dest);
-    // MoveFileBuffer, throwing CMemoryException when it fails.
-    void MoveOrThrow(int from, int to, int bytes);
+    Changing& ChangingState();
+    // Brings the file back to a complete state when a change of a process that died
+    // inside it was left behind (see the journal above); `flags` are those of the open.
+    void Recover(UINT flags);
+    // Frees the table and closes the journal (at Close and destruction).
+    void Release();
     // The index of the first record inserted behind `after`; throws CFileException
     // (diskFull) when `records` new records of `length` bytes there would take the file
     // to 2 GiB.

@@ -3,9 +3,16 @@
 // the file length divided by the record size (a partial record at the end is none).
 #pragma once
 
+#include <functional>
+#include <memory>
+
 #include "File.h"
 #include "Operation.h"
 #include "Platform.h"
+
+namespace dorvik {
+class Journal;
+}
 
 namespace dorvik::classic {
 class CBitArray;
@@ -23,6 +30,17 @@ class CBitArray;
 // All file access goes through the virtual Seek, Read, Write, GetLength and SetLength,
 // so a subclass may store the bytes elsewhere. File errors throw CFileException and
 // pass through every operation. Not safe for concurrent use.
+//
+// Crash safety, for a file on disk: the operations that move records in place (Insert,
+// Delete, DeleteEmpty, Invert into the file itself) keep the bytes they overwrite in the
+// rollback journal "<path>.journal" beside the file, as a record file does (BinFile.h),
+// until they are done. When one fails, it puts them back and throws; when the process
+// dies inside one, the next Open puts them back. Writing one record (Modify, IncRecord,
+// DecRecord, SetRecord) is a single write of 1 to 4 bytes, and appending (Add, AddRecords,
+// Init) only extends the file: those keep no journal. A move first copies the bytes it
+// overwrites to the journal, which doubles its writes; the journal never changes a byte
+// of the file. A journal left set to undo is applied by the next CIXFile open even when
+// another program has changed the file since: change such a file only through this class.
 class DORVIK_API CIXFile : public CFile {
 public:
     // A closed object. The record size must be 1 to 4: any other size is refused with
@@ -34,6 +52,12 @@ public:
     CIXFile(const char* fileName, UINT openFlags, int recordSize = 4);
     // Closes the file; the index file is not touched.
     ~CIXFile() override;
+
+    // CFile::Open, then puts back what a move cut off by the death of a process left
+    // undone (see above). Throws CFileException when that write fails.
+    BOOL Open(const char* path, UINT flags, CFileException* error = nullptr) override;
+    // Removes an idle journal, then closes.
+    void Close() override;
 
     // Extends the file to at least `count` records, plus GetGrowCount() spare records,
     // every new byte being the low byte of the init value. Nothing happens when the
@@ -198,6 +222,12 @@ protected:
     int m_nInitValue = -1;
     int m_nGrowCount = 0;
     CIXFile* m_pIndexFile = nullptr;
+
+private:
+    // Runs `move`, which overwrites stored bytes from `from` on, as one change: journaled
+    // on a file on disk, and undone when it throws.
+    void AsOneChange(DWORD from, const std::function<void()>& move);
+    std::unique_ptr<dorvik::Journal> m_pJournal;
 };
 
 }  // namespace dorvik::classic

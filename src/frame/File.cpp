@@ -4,13 +4,30 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 
 #include "frame/Coding.h"
+#include "frame/FileHook.h"
+
+namespace dorvik {
+namespace {
+std::atomic<FileHook> g_hook{nullptr};
+}  // namespace
+
+FileHook SetFileHook(FileHook hook) { return g_hook.exchange(hook); }
+
+UINT AllowFileCall(FileCall call, UINT bytes) {
+    FileHook hook = g_hook.load(std::memory_order_relaxed);
+    return hook ? hook(call, bytes) : bytes;
+}
+
+}  // namespace dorvik
 
 namespace dorvik::classic {
 namespace {
+using dorvik::FileCall;
 using dorvik::kMaxFileLength;
 constexpr std::size_t kWriteBehind = 64 * 1024;
 }  // namespace
@@ -44,6 +61,13 @@ BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
         return 0;
     };
     if (!path || !*path) return fail(ENOENT);
+    if (oflags & O_CREAT) {
+        try {
+            dorvik::AllowFileCall(FileCall::create, 0);
+        } catch (const CFileException& e) {
+            return fail(e.m_lOsError > 0 ? static_cast<int>(e.m_lOsError) : EIO);
+        }
+    }
     int fd;
     do {
         fd = ::open(path, oflags, 0666);
@@ -129,6 +153,7 @@ void CFile::SetLength(DWORD length) {
     if (length > kMaxFileLength)
         throw CFileException(CFileException::diskFull, EFBIG, m_strFileName);
     FlushWriteBehind();
+    dorvik::AllowFileCall(FileCall::truncate, 0);
     int rc;
     do {
         rc = ::ftruncate(m_hFile, static_cast<off_t>(length));
@@ -140,6 +165,7 @@ void CFile::SetLength(DWORD length) {
 UINT CFile::Read(void* buffer, UINT count) {
     CheckOpen();
     FlushWriteBehind();
+    count = dorvik::AllowFileCall(FileCall::read, count);
     UINT done = 0;
     char* out = static_cast<char*>(buffer);
     while (done < count) {
@@ -179,10 +205,11 @@ void CFile::Write(const void* buffer, UINT count) {
 }
 
 void CFile::WriteAt(const void* buffer, UINT count, std::int64_t at) {
+    const UINT allowed = dorvik::AllowFileCall(FileCall::write, count);
     UINT done = 0;
     const char* in = static_cast<const char*>(buffer);
-    while (done < count) {
-        ssize_t n = ::pwrite(m_hFile, in + done, count - done, static_cast<off_t>(at + done));
+    while (done < allowed) {
+        ssize_t n = ::pwrite(m_hFile, in + done, allowed - done, static_cast<off_t>(at + done));
         if (n < 0) {
             if (errno == EINTR) continue;
             ThrowOsError(errno);
@@ -190,6 +217,7 @@ void CFile::WriteAt(const void* buffer, UINT count, std::int64_t at) {
         if (n == 0) ThrowOsError(ENOSPC);
         done += static_cast<UINT>(n);
     }
+    if (allowed < count) ThrowOsError(ENOSPC);
 }
 
 void CFile::FlushWriteBehind() {
@@ -225,6 +253,7 @@ BOOL CFile::GetStatus(const char* path, CFileStatus& status) {
 }
 
 void CFile::Remove(const char* path) {
+    dorvik::AllowFileCall(FileCall::remove, 0);
     if (!path || ::unlink(path) != 0) {
         int err = path ? errno : ENOENT;
         throw CFileException(CFileException::OsErrorToException(err), err, path);
@@ -232,6 +261,7 @@ void CFile::Remove(const char* path) {
 }
 
 void CFile::Rename(const char* from, const char* to) {
+    dorvik::AllowFileCall(FileCall::rename, 0);
     if (!from || !to || ::rename(from, to) != 0) {
         int err = (from && to) ? errno : ENOENT;
         throw CFileException(CFileException::OsErrorToException(err), err, from);

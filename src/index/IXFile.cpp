@@ -11,10 +11,12 @@
 #include "dorvik/SortTree.h"
 #include "frame/Block.h"
 #include "frame/Coding.h"
+#include "frame/Journal.h"
 #include "index/IXRecords.h"
 
 namespace dorvik::classic {
 namespace {
+constexpr std::size_t kJournalPiece = 8 << 20;  // the largest block a journal copy takes
 using dorvik::EncodeIXRecord;
 constexpr std::int64_t kMaxFile = dorvik::kMaxFileLength;
 // Records per piece where a scan or a fill goes piece by piece.
@@ -44,7 +46,47 @@ CIXFile::CIXFile(const char* fileName, UINT openFlags, int recordSize) : m_nReco
     if (!Open(fileName, openFlags, &error)) throw error;
 }
 
-CIXFile::~CIXFile() = default;
+CIXFile::~CIXFile() {
+    if (m_pJournal) m_pJournal->Close(*this);
+}
+
+BOOL CIXFile::Open(const char* path, UINT flags, CFileException* error) {
+    if (m_pJournal) m_pJournal->Close(*this);
+    if (!CFile::Open(path, flags, error)) return 0;
+    dorvik::Journal::Recover(*this, (flags & modeCreate) && !(flags & modeNoTruncate), false);
+    return 1;
+}
+
+void CIXFile::Close() {
+    if (m_pJournal) m_pJournal->Close(*this);
+    CFile::Close();
+}
+
+void CIXFile::AsOneChange(DWORD from, const std::function<void()>& move) {
+    if (m_hFile == hFileNull) {  // a memory twin: nothing to journal
+        move();
+        return;
+    }
+    if (!m_pJournal) m_pJournal = std::make_unique<dorvik::Journal>();
+    const DWORD length = GetLength();
+    // The journal copies the bytes through one block, as the move does; without one, in
+    // small pieces.
+    const std::size_t room =
+        std::min<std::size_t>(length > from ? length - from : 0, kJournalPiece);
+    dorvik::Block<> scratch = dorvik::Hold(room ? static_cast<BYTE*>(GrabBlock(room)) : nullptr);
+    m_pJournal->Begin(*this, length, {{from, length}}, scratch.get(), scratch ? room : 0);
+    try {
+        move();
+    } catch (...) {
+        try {
+            m_pJournal->Undo(*this);
+        } catch (const CException&) {
+            // The journal stays for the next open; the first error is the one to report.
+        }
+        throw;
+    }
+    m_pJournal->End();
+}
 
 int CIXFile::GetRecordCount() {
     return static_cast<int>(GetLength() / static_cast<DWORD>(m_nRecordSize));
@@ -204,13 +246,17 @@ void CIXFile::Insert(int position, int value) {
     if ((records + 1) * m_nRecordSize > kMaxFile)
         throw CFileException(CFileException::diskFull, EFBIG, GetFilePath());
     std::int64_t tail = (records - p) * m_nRecordSize;
-    if (tail > 0 &&
-        !MoveData(static_cast<DWORD>(p * m_nRecordSize),
-                  static_cast<DWORD>((p + 1) * m_nRecordSize), static_cast<DWORD>(tail))) {
-        AfxMessageBox("Can't move file data.\r\nNot enough memory!", 0, 0);
+    if (tail == 0) {
+        WriteRecord(static_cast<int>(p), value);
         return;
     }
-    WriteRecord(static_cast<int>(p), value);
+    bool moved = true;
+    AsOneChange(static_cast<DWORD>(p * m_nRecordSize), [&] {
+        moved = MoveData(static_cast<DWORD>(p * m_nRecordSize),
+                         static_cast<DWORD>((p + 1) * m_nRecordSize), static_cast<DWORD>(tail));
+        if (moved) WriteRecord(static_cast<int>(p), value);
+    });
+    if (!moved) AfxMessageBox("Can't move file data.\r\nNot enough memory!", 0, 0);
 }
 
 void CIXFile::Add(int value) { CIXFile::Insert(GetRecordCount() - 1, value); }
@@ -246,11 +292,17 @@ void CIXFile::Delete(int from, int to) {
         return;
     }
     std::int64_t behind = static_cast<std::int64_t>(records - 1 - to) * m_nRecordSize;
-    if (behind > 0 &&
-        !MoveData(static_cast<DWORD>((to + 1) * m_nRecordSize),
-                  static_cast<DWORD>(from * m_nRecordSize), static_cast<DWORD>(behind)))
-        throw CMemoryException();
-    SetLength(static_cast<DWORD>((records - (to - from + 1)) * m_nRecordSize));
+    const DWORD length = static_cast<DWORD>((records - (to - from + 1)) * m_nRecordSize);
+    if (behind == 0) {
+        SetLength(length);  // one cut: nothing moves
+        return;
+    }
+    AsOneChange(static_cast<DWORD>(from * m_nRecordSize), [&] {
+        if (!MoveData(static_cast<DWORD>((to + 1) * m_nRecordSize),
+                      static_cast<DWORD>(from * m_nRecordSize), static_cast<DWORD>(behind)))
+            throw CMemoryException();
+        SetLength(length);
+    });
 }
 
 void CIXFile::Delete(int position) {
@@ -462,9 +514,11 @@ int CIXFile::DeleteEmpty() {
         std::memcpy(data + kept * size, data + i * size, static_cast<std::size_t>(size));
         ++kept;
     }
-    Seek(static_cast<LONG>(first * size), begin);
-    Write(data + first * size, static_cast<UINT>((kept - first) * size));
-    SetLength(static_cast<DWORD>(kept * size));
+    AsOneChange(static_cast<DWORD>(first * size), [&] {
+        Seek(static_cast<LONG>(first * size), begin);
+        Write(data + first * size, static_cast<UINT>((kept - first) * size));
+        SetLength(static_cast<DWORD>(kept * size));
+    });
     return count - kept;
 }
 
@@ -563,48 +617,59 @@ void CIXFile::Invert(bool (*progress)(int, int), CFile* target) {
     }
     const std::int64_t entries = static_cast<std::int64_t>(largest) + 1;
     const BYTE fill = static_cast<BYTE>(m_nInitValue);
-    out->Seek(0, begin);
-    if (entries <= static_cast<std::int64_t>(n) + kPiece) {
-        // Dense: the whole result in one block, no larger than this file plus a piece.
-        std::size_t bytes = static_cast<std::size_t>(entries) * static_cast<std::size_t>(size);
-        Block block = GrabOrThrow<BYTE>(bytes);
-        std::memset(block.get(), fill, bytes);
-        for (int i = 0; i < n; ++i) {
-            if (progress) progress(i, n);
-            int v = values[static_cast<std::size_t>(i)];
-            if (v >= 0) EncodeIXRecord(block.get() + static_cast<std::size_t>(v) * size, i, size);
+    auto write = [&] {
+        out->Seek(0, begin);
+        if (entries <= static_cast<std::int64_t>(n) + kPiece) {
+            // Dense: the whole result in one block, no larger than this file plus a piece.
+            std::size_t bytes = static_cast<std::size_t>(entries) * static_cast<std::size_t>(size);
+            Block block = GrabOrThrow<BYTE>(bytes);
+            std::memset(block.get(), fill, bytes);
+            for (int i = 0; i < n; ++i) {
+                if (progress) progress(i, n);
+                int v = values[static_cast<std::size_t>(i)];
+                if (v >= 0)
+                    EncodeIXRecord(block.get() + static_cast<std::size_t>(v) * size, i, size);
+            }
+            out->Write(block.get(), static_cast<UINT>(bytes));
+        } else {
+            // Sparse: a few values far apart. Sorted (value, position) pairs fill the result
+            // one piece at a time, so memory follows the record count, not the values.
+            std::vector<std::uint64_t> pairs;
+            pairs.reserve(static_cast<std::size_t>(kept));
+            for (int i = 0; i < n; ++i) {
+                if (progress) progress(i, n);
+                int v = values[static_cast<std::size_t>(i)];
+                if (v >= 0)
+                    pairs.push_back((static_cast<std::uint64_t>(v) << 32) | static_cast<DWORD>(i));
+            }
+            values.clear();
+            values.shrink_to_fit();
+            std::sort(pairs.begin(), pairs.end());
+            Block piece = GrabOrThrow<BYTE>(static_cast<std::size_t>(kPiece) *
+                                            static_cast<std::size_t>(size));
+            std::size_t next = 0;
+            for (std::int64_t base = 0; base < entries; base += kPiece) {
+                std::int64_t k = std::min<std::int64_t>(kPiece, entries - base);
+                std::memset(piece.get(), fill, static_cast<std::size_t>(k * size));
+                // Pairs of one value come in rising position order: the last one wins.
+                for (;
+                     next < pairs.size() && static_cast<std::int64_t>(pairs[next] >> 32) < base + k;
+                     ++next)
+                    EncodeIXRecord(
+                        piece.get() +
+                            ((pairs[next] >> 32) - static_cast<std::uint64_t>(base)) * size,
+                        static_cast<int>(static_cast<DWORD>(pairs[next])), size);
+                out->Write(piece.get(), static_cast<UINT>(k * size));
+            }
         }
-        out->Write(block.get(), static_cast<UINT>(bytes));
+        out->SetLength(static_cast<DWORD>(entries * size));
+    };
+    // Into this file itself, the inverse overwrites the values: one change, journaled.
+    if (out == this) {
+        AsOneChange(0, write);
     } else {
-        // Sparse: a few values far apart. Sorted (value, position) pairs fill the result
-        // one piece at a time, so memory follows the record count, not the values.
-        std::vector<std::uint64_t> pairs;
-        pairs.reserve(static_cast<std::size_t>(kept));
-        for (int i = 0; i < n; ++i) {
-            if (progress) progress(i, n);
-            int v = values[static_cast<std::size_t>(i)];
-            if (v >= 0)
-                pairs.push_back((static_cast<std::uint64_t>(v) << 32) | static_cast<DWORD>(i));
-        }
-        values.clear();
-        values.shrink_to_fit();
-        std::sort(pairs.begin(), pairs.end());
-        Block piece =
-            GrabOrThrow<BYTE>(static_cast<std::size_t>(kPiece) * static_cast<std::size_t>(size));
-        std::size_t next = 0;
-        for (std::int64_t base = 0; base < entries; base += kPiece) {
-            std::int64_t k = std::min<std::int64_t>(kPiece, entries - base);
-            std::memset(piece.get(), fill, static_cast<std::size_t>(k * size));
-            // Pairs of one value come in rising position order: the last one wins.
-            for (; next < pairs.size() && static_cast<std::int64_t>(pairs[next] >> 32) < base + k;
-                 ++next)
-                EncodeIXRecord(
-                    piece.get() + ((pairs[next] >> 32) - static_cast<std::uint64_t>(base)) * size,
-                    static_cast<int>(static_cast<DWORD>(pairs[next])), size);
-            out->Write(piece.get(), static_cast<UINT>(k * size));
-        }
+        write();
     }
-    out->SetLength(static_cast<DWORD>(entries * size));
 }
 
 }  // namespace dorvik::classic

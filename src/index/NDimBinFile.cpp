@@ -1,12 +1,15 @@
 // Nested record files: path walks over stored tables, and inside-out rebuilds.
 #include "dorvik/NDimBinFile.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <vector>
 
 #include "dorvik/MemBinFile.h"
 #include "frame/Block.h"
 #include "frame/Coding.h"
+#include "recordfile/Change.h"
 #include "recordfile/RecordTable.h"
 
 namespace dorvik::classic {
@@ -124,8 +127,7 @@ bool CNDimBinFile::ReadFile(int dim, int* indices, unsigned char*& buffer, int& 
 void CNDimBinFile::WriteFile(int dim, int* indices, unsigned char* data, int length) {
     int size = 0, address = 0;
     if (GetFileInfo(dim, indices, size, address, true) && size == length) {
-        Seek(address, begin);
-        if (length > 0 && data) Write(data, static_cast<UINT>(length));
+        WriteStored(static_cast<DWORD>(address), data, length);
         return;
     }
     CMemBinFile image(0);
@@ -149,6 +151,11 @@ void CNDimBinFile::ChangeFile(int dim, int* indices, const std::function<void(CB
     for (int i = 0; i < dim; ++i) {
         if (indices[i] < 0) return;
     }
+    // Every level rebuilt on the way lies inside top record indices[0] (or behind the
+    // data, where it will be made): one change of the file from there on.
+    RequireTable();
+    const int top = std::min(indices[0], m_nRecordCount);
+    Change whole(*this, m_pAddresses[top], 0);
     CMemBinFile image(0);
     unsigned char* block = nullptr;
     int blockLength = 0;
@@ -158,6 +165,7 @@ void CNDimBinFile::ChangeFile(int dim, int* indices, const std::function<void(CB
     int imageLength = static_cast<int>(image.GetLength());
     Block<> rebuilt = Hold(image.Detach());
     WriteFile(dim, indices, rebuilt.get(), imageLength);
+    whole.Commit(INT_MAX);
 }
 
 void CNDimBinFile::Insert(int dim, int* indices, unsigned char* data, int length) {
@@ -228,7 +236,11 @@ int CNDimBinFile::GetRecordCount(int dim, int* indices) {
 
 void CNDimBinFile::Init(int dim, int* indices) {
     int size = 0, address = 0;
+    if (dim < 2 || indices[0] < 0 || indices[0] >= GetRecordCount()) return;
+    RequireTable();
+    Change whole(*this, m_pAddresses[indices[0]], 0);
     GetFileInfo(dim, indices, size, address, true);
+    whole.Commit(INT_MAX);
 }
 
 bool CNDimBinFile::GetFile(int dim, int* indices, CBaseMemFile& file) {

@@ -6,6 +6,8 @@
 #include "dorvik/BaseMemFile.h"
 #include "frame/Block.h"
 #include "frame/Coding.h"
+#include "frame/Journal.h"
+#include "recordfile/Change.h"
 #include "recordfile/RecordTable.h"
 
 namespace dorvik::classic {
@@ -16,6 +18,7 @@ constexpr DWORD kFirstTableBytes = 102400;  // room for 25599 records in a new f
 CBinFile::CBinFile() = default;
 
 CBinFile::CBinFile(const char* path, UINT flags) : CFile(path, flags) {
+    Recover(flags);
     m_bOpen = true;
     LoadAddresses();
     SetWriteBehind(!m_bSafeMode);
@@ -27,13 +30,14 @@ CBinFile::~CBinFile() {
     } catch (const CException&) {
         // A destructor cannot report; Close is the way to see this error.
     }
-    FreeAddresses();
+    Release();
 }
 
 BOOL CBinFile::Open(const char* path, UINT flags, CFileException* error) {
     if (m_bOpen || m_hFile != hFileNull) Close();
     BOOL opened = CFile::Open(path, flags, error);
     if (!opened) return 0;
+    Recover(flags);
     if (!LoadAddresses()) return 0;
     SetWriteBehind(!m_bSafeMode);
     m_bOpen = true;
@@ -42,9 +46,19 @@ BOOL CBinFile::Open(const char* path, UINT flags, CFileException* error) {
 
 void CBinFile::Close() {
     if (!m_bSafeMode) UpdateAddresses(0);
-    FreeAddresses();
+    Release();
     CFile::Close();
     m_bOpen = false;
+}
+
+void CBinFile::Recover(UINT flags) {
+    const bool created = (flags & modeCreate) && !(flags & modeNoTruncate);
+    dorvik::Journal::Recover(*this, created, true);
+}
+
+void CBinFile::Release() {
+    FreeAddresses();
+    if (m_pChanging) m_pChanging->journal.Close(*this);
 }
 
 DWORD CBinFile::GetLength() const {
@@ -75,10 +89,12 @@ bool CBinFile::LoadAddresses() {
     dorvik::TableLocation table;
     if (!dorvik::LocateTable(*this, 0, length, table)) return false;
     DWORD bytes = length - table.offset;
-    m_pAddresses = dorvik::GrabOrThrow<DWORD>(bytes).release();
+    // Held until read: a constructor that throws here has no destructor to free it.
+    dorvik::Block<DWORD> entries = dorvik::GrabOrThrow<DWORD>(bytes);
+    dorvik::ReadTableEntries(*this, table.offset, entries.get(), table.count + 1);
+    m_pAddresses = entries.release();
     m_nAddressBytes = bytes;
     m_nRecordCount = static_cast<int>(table.count);
-    dorvik::ReadTableEntries(*this, table.offset, m_pAddresses, table.count + 1);
     // Entry `count` bounds every span read. In a sound table it is the last word, the
     // table offset; a table out of step with the end, or one whose last entry is not the
     // data end, is damaged: its spans stay below the offset and changes refuse it.
@@ -120,8 +136,21 @@ void CBinFile::WriteTableBehindData() {
     // data that were never written are filled with zeros first.
     DWORD dataEnd = m_pAddresses[m_nRecordCount];
     if (CFile::GetLength() != dataEnd) SetLength(dataEnd);
+    const DWORD count = static_cast<DWORD>(m_nRecordCount);
+    if (m_hFile != hFileNull) {
+        // On disk the file takes its final length first, by a last byte 0xFF that marks
+        // its last word as no table offset, and the last word comes last: a process that
+        // dies meanwhile leaves a file that no open accepts, never a table cut short.
+        const unsigned char mark = 0xFF;
+        Seek(static_cast<LONG>(dataEnd + 4 * count + 3), begin);
+        Write(&mark, 1);
+        Seek(static_cast<LONG>(dataEnd), begin);
+        dorvik::WriteTableEntries(*this, m_pAddresses, count);
+        dorvik::WriteTableEntries(*this, m_pAddresses + count, 1);
+        return;
+    }
     Seek(static_cast<LONG>(dataEnd), begin);
-    dorvik::WriteTableEntries(*this, m_pAddresses, static_cast<DWORD>(m_nRecordCount + 1));
+    dorvik::WriteTableEntries(*this, m_pAddresses, count + 1);
 }
 
 void CBinFile::SetSafeMode(bool safe) {
@@ -175,34 +204,6 @@ void CBinFile::RequireTable() {
             throw CFileException(CFileException::invalidFile, -1, m_strFileName);
     }
     m_bTableChecked = true;
-}
-
-void CBinFile::Init(int count) {
-    if (count <= m_nRecordCount) return;
-    RequireTable();
-    if (count <= m_nRecordCount) return;
-    dorvik::RequireRecordFileRoom(*this, m_pAddresses[m_nRecordCount], count);
-    EnsureAddressRoom(count, kFirstTableBytes);
-    DWORD dataEnd = m_pAddresses[m_nRecordCount];
-    for (int i = m_nRecordCount + 1; i <= count; ++i) m_pAddresses[i] = dataEnd;
-    if (m_bSafeMode) {
-        Seek(0, end);
-        dorvik::WriteTableEntries(*this, m_pAddresses + m_nRecordCount + 1,
-                                  static_cast<DWORD>(count - m_nRecordCount));
-    }
-    m_nRecordCount = count;
-}
-
-void CBinFile::EnsureAddressRoom(int lastEntry, DWORD spare) {
-    // Entries 0 .. lastEntry must fit; a file stays below 2 GiB, and so does its table.
-    if (lastEntry < 0 || lastEntry > 0x1FFFFFFE - static_cast<int>(spare / 4))
-        throw CMemoryException();
-    DWORD needed = static_cast<DWORD>(lastEntry) * 4 + 4;
-    if (needed <= m_nAddressBytes) return;
-    DWORD bytes = static_cast<DWORD>(lastEntry) * 4 + spare;
-    if (bytes < needed) bytes = needed;
-    m_pAddresses = static_cast<DWORD*>(RegrowBlock(m_pAddresses, bytes));
-    m_nAddressBytes = bytes;
 }
 
 DWORD CBinFile::GetAddress(int index) {

@@ -1,7 +1,12 @@
 // Record file changes. Records lie packed, so a change of length moves every stored
-// byte behind it in the file itself and corrects the table in memory; in safe mode the
-// table tail is then written back from the first changed entry on.
+// byte of data behind it in the file itself and corrects the table in memory; in safe
+// mode the table is then written back from the first changed entry on. Every change
+// runs as a Change scope (recordfile/Change.h), which orders the writes and journals
+// what they overwrite.
+#include <fcntl.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -11,50 +16,197 @@
 #include "dorvik/BinFile.h"
 #include "dorvik/BitArray.h"
 #include "frame/Block.h"
+#include "recordfile/Change.h"
 #include "recordfile/RecordTable.h"
 
 namespace dorvik::classic {
 namespace {
-constexpr int kMoveChunk = 8 << 20;     // a move never holds more than this at once
-constexpr DWORD kTableSpare = 102400;   // growth step of the table, in bytes
-constexpr DWORD kCopyPiece = 0x400000;  // Modify from a file copies 4 MiB at a time
+constexpr int kMoveChunk = 8 << 20;         // a move never holds more than this at once
+constexpr DWORD kFirstTableBytes = 102400;  // growth step of Init, in bytes
+constexpr DWORD kTableSpare = 102400;       // growth step of the table on insertion
+constexpr DWORD kCopyPiece = 0x400000;      // Modify from a file copies 4 MiB at a time
 const char kNoMemoryText[] = "Can't move file data.\r\nNot enough memory!";
+const unsigned char kMark = 0xFF;
 }  // namespace
 
-bool CBinFile::MoveFileBuffer(int from, int to, int bytes) {
-    if (bytes <= 0 || from == to) return true;
+// ---- The change scope ------------------------------------------------------------------
+
+CBinFile::Changing& CBinFile::ChangingState() {
+    if (!m_pChanging) m_pChanging = std::make_unique<Changing>();
+    return *m_pChanging;
+}
+
+CBinFile::Change::Change(CBinFile& file, DWORD from, DWORD length, DWORD to, unsigned char* scratch,
+                         std::size_t room, bool anyTable)
+    : m_file(file), m_state(file.ChangingState()), m_outer(m_state.depth == 0) {
+    if (m_outer) {
+        m_state.first = INT_MAX;
+        m_state.oldCount = file.m_nRecordCount;
+        m_state.oldDataEnd = file.m_pAddresses[file.m_nRecordCount];
+        m_state.stored = file.CFile::GetLength();
+        m_state.oldLength = m_state.stored;
+        m_state.guarded = file.m_bSafeMode && file.m_hFile != hFileNull;
+        if (m_state.guarded) {
+            // Another object on the same file may have changed it since this one loaded
+            // its table: a table out of step with the stored length is never written.
+            const DWORD expected =
+                m_state.oldDataEnd + 4 * static_cast<DWORD>(m_state.oldCount + 1);
+            if (!anyTable && m_state.stored != expected)
+                throw CFileException(CFileException::invalidFile, -1, file.m_strFileName);
+            int flags = ::fcntl(file.m_hFile, F_GETFL);
+            if (flags != -1 && (flags & O_ACCMODE) == O_RDONLY) file.ThrowOsError(EBADF);
+            const DWORD stored = m_state.stored;
+            m_state.journal.Begin(file, stored, {{from, to}, {stored - 4, stored}}, scratch, room);
+        }
+    } else if (m_state.guarded) {
+        m_state.journal.Cover(file, {from, to}, scratch, room);
+    }
+    ++m_state.depth;
+    try {
+        if (m_outer && m_state.guarded) Mark(m_state.stored - 1);
+        Grow(length);
+    } catch (...) {
+        --m_state.depth;
+        if (m_outer) Abandon();
+        throw;
+    }
+}
+
+CBinFile::Change::~Change() {
+    --m_state.depth;
+    if (!m_outer || m_done) return;
+    Abandon();
+}
+
+void CBinFile::Change::Mark(DWORD at) {
+    m_file.Seek(static_cast<LONG>(at), begin);
+    m_file.Write(&kMark, 1);
+}
+
+void CBinFile::Change::Grow(DWORD length) {
+    if (!m_state.guarded || length <= m_state.stored) return;
+    // The length first, by one marked byte: data moved past the old end cannot then
+    // become the file's last word.
+    Mark(length - 1);
+    m_state.stored = length;
+}
+
+void CBinFile::Change::Abandon() {
+    if (!m_state.guarded) return;  // nothing to undo with: the error passes on as it is
+    try {
+        m_state.journal.Undo(m_file);
+    } catch (...) {
+        m_file.FreeAddresses();  // out of step with the file; the next open undoes it
+        return;
+    }
+    try {
+        m_file.LoadAddresses();
+    } catch (...) {
+        m_file.FreeAddresses();
+    }
+}
+
+void CBinFile::Change::Commit(int firstEntry) {
+    m_state.first = std::min(m_state.first, firstEntry);
+    if (!m_outer) {
+        m_done = true;
+        return;
+    }
+    CBinFile& f = m_file;
+    const int count = f.m_nRecordCount;
+    const DWORD dataEnd = f.m_pAddresses[count];
+    if (!f.m_bSafeMode) {
+        // Only the data is stored: what lies behind its end now goes.
+        if (dataEnd < m_state.oldDataEnd && f.CFile::GetLength() > dataEnd) f.SetLength(dataEnd);
+        m_done = true;
+        return;
+    }
+    const DWORD length = dataEnd + 4 * static_cast<DWORD>(count + 1);
+    // A table that stays where it was is written from its first changed entry on, which
+    // takes in the old last word; one that moved is written whole.
+    int first = dataEnd == m_state.oldDataEnd ? std::min(m_state.first, m_state.oldCount) : 0;
+    first = std::min(first, count);
+    if (!m_state.guarded) {
+        WriteEntries(first, count);
+        if (f.CFile::GetLength() > length) f.SetLength(length);
+        m_done = true;
+        return;
+    }
+    Grow(length);
+    WriteEntries(first, count - 1);
+    WriteEntries(count, count);
+    if (length < m_state.stored) {
+        f.SetLength(length);
+        m_state.stored = length;
+    }
+    m_state.journal.End();
+    m_done = true;
+}
+
+void CBinFile::Change::WriteEntries(int first, int last) {
+    if (first > last) return;
+    m_file.Seek(static_cast<LONG>(m_file.m_pAddresses[m_file.m_nRecordCount] +
+                                  4 * static_cast<DWORD>(first)),
+                begin);
+    dorvik::WriteTableEntries(m_file, m_file.m_pAddresses + first,
+                              static_cast<DWORD>(last - first + 1));
+}
+
+void CBinFile::WriteStored(DWORD at, const unsigned char* data, int length) {
+    if (length <= 0 || !data) return;
+    RequireTable();
+    Change change(*this, at, 0, at + static_cast<DWORD>(length));
+    Seek(static_cast<LONG>(at), begin);
+    Write(data, static_cast<UINT>(length));
+    change.Commit(INT_MAX);
+}
+
+// ---- Moving data -----------------------------------------------------------------------
+
+Mover::Mover(int bytes) {
+    if (bytes <= 0) return;
     // One block for the whole range when it is small; large ranges go in pieces of a
     // fixed size, and when memory is short the piece is halved until a block comes.
-    int chunk = bytes < kMoveChunk ? bytes : kMoveChunk;
-    void* block = GrabBlock(static_cast<std::size_t>(chunk));
-    while (!block && chunk > 1) {
-        chunk /= 2;
-        block = GrabBlock(static_cast<std::size_t>(chunk));
+    m_chunk = bytes < kMoveChunk ? bytes : kMoveChunk;
+    void* block = GrabBlock(static_cast<std::size_t>(m_chunk));
+    while (!block && m_chunk > 1) {
+        m_chunk /= 2;
+        block = GrabBlock(static_cast<std::size_t>(m_chunk));
     }
     if (!block) {
         AfxMessageBox(kNoMemoryText, 0, 0);
-        return false;
+        m_ok = false;
+        return;
     }
-    dorvik::Block<void> guard = dorvik::Hold(block);
-    int pieces = bytes / chunk + 1;
+    m_block = Hold(block);
+}
+
+void Mover::Move(CFile& file, int from, int to, int bytes) {
+    if (bytes <= 0 || from == to) return;
+    int pieces = bytes / m_chunk + 1;
     // Moving down, the front goes first; moving up, the back goes first, so that no
     // byte is overwritten before it is read.
     for (int k = 0; k < pieces; ++k) {
         int p = from > to ? k : pieces - 1 - k;
-        long long offset = static_cast<long long>(p) * chunk;
-        int size = p == pieces - 1 ? bytes - static_cast<int>(offset) : chunk;
+        long long offset = static_cast<long long>(p) * m_chunk;
+        int size = p == pieces - 1 ? bytes - static_cast<int>(offset) : m_chunk;
         if (size <= 0) continue;
-        Seek(static_cast<LONG>(from + offset), begin);
-        UINT got = Read(block, static_cast<UINT>(size));
-        Seek(static_cast<LONG>(to + offset), begin);
-        Write(block, got);
+        file.Seek(static_cast<LONG>(from + offset), CFile::begin);
+        UINT got = file.Read(m_block.get(), static_cast<UINT>(size));
+        file.Seek(static_cast<LONG>(to + offset), CFile::begin);
+        file.Write(m_block.get(), got);
     }
+}
+
+bool CBinFile::MoveFileBuffer(int from, int to, int bytes) {
+    if (bytes <= 0 || from == to) return true;
+    Mover mover(bytes);
+    if (!mover.Ok()) return false;
+    mover.Move(*this, from, to, bytes);
     return true;
 }
 
-void CBinFile::MoveOrThrow(int from, int to, int bytes) {
-    if (!MoveFileBuffer(from, to, bytes)) throw CMemoryException();
-}
+// ---- Table helpers ---------------------------------------------------------------------
 
 int CBinFile::InsertPosition(int after, int length, int records) {
     std::int64_t pos = after < -1 ? 0 : std::int64_t{after} + 1;
@@ -63,6 +215,18 @@ int CBinFile::InsertPosition(int after, int length, int records) {
     dorvik::RequireRecordFileRoom(*this, std::int64_t{m_pAddresses[m_nRecordCount]} + length,
                                   total);
     return static_cast<int>(pos);
+}
+
+void CBinFile::EnsureAddressRoom(int lastEntry, DWORD spare) {
+    // Entries 0 .. lastEntry must fit; a file stays below 2 GiB, and so does its table.
+    if (lastEntry < 0 || lastEntry > 0x1FFFFFFE - static_cast<int>(spare / 4))
+        throw CMemoryException();
+    DWORD needed = static_cast<DWORD>(lastEntry) * 4 + 4;
+    if (needed <= m_nAddressBytes) return;
+    DWORD bytes = static_cast<DWORD>(lastEntry) * 4 + spare;
+    if (bytes < needed) bytes = needed;
+    m_pAddresses = static_cast<DWORD*>(RegrowBlock(m_pAddresses, bytes));
+    m_nAddressBytes = bytes;
 }
 
 void CBinFile::MoveFileAddresses(int from, int to, int delta, int dest) {
@@ -77,72 +241,94 @@ void CBinFile::MoveFileAddresses(int from, int to, int delta, int dest) {
     }
 }
 
+// ---- The changes -----------------------------------------------------------------------
+
+void CBinFile::Init(int count) {
+    if (count <= m_nRecordCount) return;
+    RequireTable();
+    if (count <= m_nRecordCount) return;
+    dorvik::RequireRecordFileRoom(*this, m_pAddresses[m_nRecordCount], count);
+    EnsureAddressRoom(count, kFirstTableBytes);
+    const int old = m_nRecordCount;
+    const DWORD dataEnd = m_pAddresses[old];
+    const DWORD tableEnd = dataEnd + 4 * static_cast<DWORD>(old + 1);
+    // The new empty records lie at the end of the data: only the table grows.
+    Change change(*this, tableEnd - 4, tableEnd + 4 * static_cast<DWORD>(count - old));
+    for (int i = old + 1; i <= count; ++i) m_pAddresses[i] = dataEnd;
+    m_nRecordCount = count;
+    change.Commit(old);
+}
+
 void CBinFile::Insert(int after, unsigned char* data, int length) {
     RequireTable();
-    if (length < 0) length = 0;
-    int pos = InsertPosition(after, length);
-    if (pos > m_nRecordCount) Init(pos + 1);
-    int at = static_cast<int>(m_pAddresses[pos]);
-    // In not safe mode nothing lies behind the data end: an append moves nothing.
-    if (m_bSafeMode || pos < m_nRecordCount)
-        MoveOrThrow(at, at + length, static_cast<int>(CFile::GetLength()) - at);
-    if (length != 0 && data) {
-        Seek(at, begin);
-        Write(data, static_cast<UINT>(length));
+    Change::InsertRecords(*this, after, data, length < 0 ? 0 : length, 1, nullptr);
+}
+
+int CBinFile::Change::InsertRecords(CBinFile& file, int after, const unsigned char* data,
+                                    int length, int n, const DWORD* starts) {
+    const int pos = file.InsertPosition(after, length, n);
+    // Records after the change: past the end the file first grows to pos + 1.
+    const int count = (pos > file.m_nRecordCount ? pos + 1 : file.m_nRecordCount) + n;
+    file.EnsureAddressRoom(count, kTableSpare + 4);
+    const DWORD dataEnd = file.m_pAddresses[file.m_nRecordCount];
+    const DWORD at = pos <= file.m_nRecordCount ? file.m_pAddresses[pos] : dataEnd;
+    const int tail = static_cast<int>(dataEnd - at);
+    Mover mover(length > 0 ? tail : 0);
+    if (!mover.Ok()) throw CMemoryException();
+    const DWORD added = static_cast<DWORD>(length);
+    Change change(file, at, dataEnd + added + 4 * static_cast<DWORD>(count + 1), Change::kToEnd,
+                  mover.Scratch(), mover.Room());
+    if (pos > file.m_nRecordCount) file.Init(pos + 1);
+    mover.Move(file, static_cast<int>(at), static_cast<int>(at + added), tail);
+    if (length > 0 && data) {
+        file.Seek(static_cast<LONG>(at), CFile::begin);
+        file.Write(data, added);
     }
-    MoveFileAddresses(pos, m_nRecordCount, length, pos + 1);
-    ++m_nRecordCount;
-    if (m_bSafeMode) {
-        SetLength(CFile::GetLength() + 4);
-        UpdateAddresses(pos);
-    }
+    file.MoveFileAddresses(pos, file.m_nRecordCount, length, pos + n);
+    file.m_nRecordCount += n;
+    for (int i = 1; i < n; ++i) file.m_pAddresses[pos + i] = at + (starts[i] - starts[0]);
+    change.Commit(pos);
+    return pos;
 }
 
 void CBinFile::Modify(int index, unsigned char* data, int length) {
     RequireTable();
     if (length < 0) length = 0;
     if (index < 0) index = 0;
-    {
-        // The file as it will be: records through `index`, and the data grown by the
-        // new length (the old record's bytes are not subtracted: a bound, not a size).
-        std::int64_t records = std::max<std::int64_t>(m_nRecordCount, std::int64_t{index} + 1);
-        dorvik::RequireRecordFileRoom(*this, std::int64_t{m_pAddresses[m_nRecordCount]} + length,
-                                      records);
-    }
-    if (index >= m_nRecordCount) Init(index + 1);
-    int start = static_cast<int>(m_pAddresses[index]);
-    int next = static_cast<int>(m_pAddresses[index + 1]);
-    int old = next - start;
+    const DWORD dataEnd = m_pAddresses[m_nRecordCount];
+    // The file as it will be: records through `index`, and the data grown by the new
+    // length (the old record's bytes are not subtracted: a bound, not a size).
+    dorvik::RequireRecordFileRoom(*this, std::int64_t{dataEnd} + length,
+                                  std::max<std::int64_t>(m_nRecordCount, std::int64_t{index} + 1));
+    const int count = std::max(m_nRecordCount, index + 1);  // after the change
+    const bool inside = index < m_nRecordCount;
+    const DWORD start = inside ? m_pAddresses[index] : dataEnd;
+    const DWORD next = inside ? m_pAddresses[index + 1] : dataEnd;
+    const int old = static_cast<int>(next - start);
     if (old == length) {
-        if (length == 0) return;
-        Seek(start, begin);
-        if (data) Write(data, static_cast<UINT>(length));
-        return;
-    }
-    if (m_bSafeMode && index == m_nRecordCount - 1) {
-        // Only the table lies behind the last record: writing it afresh from memory
-        // behind the new bytes costs one write, where moving it would read it as well.
-        if (length != 0 && data) {
-            Seek(start, begin);
-            Write(data, static_cast<UINT>(length));
+        // The same length writes in place and leaves the table alone.
+        if (inside) {
+            WriteStored(start, data, length);
+        } else {
+            Init(index + 1);
         }
-        MoveFileAddresses(index + 1, m_nRecordCount, length - old, index + 1);
-        DWORD table = static_cast<DWORD>(m_nRecordCount + 1) * 4;
-        Seek(start + length, begin);
-        Write(m_pAddresses, table);
-        if (length < old) SetLength(static_cast<DWORD>(start + length) + table);
         return;
     }
-    // In not safe mode nothing lies behind the last record: changing it moves nothing.
-    if (m_bSafeMode || index < m_nRecordCount - 1)
-        MoveOrThrow(next, start + length, static_cast<int>(CFile::GetLength()) - next);
-    if (length != 0) {
-        Seek(start, begin);
-        if (data) Write(data, static_cast<UINT>(length));
+    EnsureAddressRoom(count, kFirstTableBytes);
+    const int tail = static_cast<int>(dataEnd - next);
+    Mover mover(tail);
+    if (!mover.Ok()) throw CMemoryException();
+    const DWORD newLength = dataEnd - static_cast<DWORD>(old) + static_cast<DWORD>(length) +
+                            4 * static_cast<DWORD>(count + 1);
+    Change change(*this, start, newLength, Change::kToEnd, mover.Scratch(), mover.Room());
+    if (!inside) Init(index + 1);
+    mover.Move(*this, static_cast<int>(next), static_cast<int>(start) + length, tail);
+    if (length != 0 && data) {
+        Seek(static_cast<LONG>(start), begin);
+        Write(data, static_cast<UINT>(length));
     }
     MoveFileAddresses(index + 1, m_nRecordCount, length - old, index + 1);
-    if (length < old) SetLength(CFile::GetLength() + static_cast<DWORD>(length - old));
-    if (m_bSafeMode) UpdateAddresses(index);
+    change.Commit(index + 1);
 }
 
 void CBinFile::Delete(int first, int last) {
@@ -150,28 +336,40 @@ void CBinFile::Delete(int first, int last) {
     if (first < 0) first = 0;
     if (first > m_nRecordCount - 1 || last < first) return;
     if (last > m_nRecordCount - 1) last = m_nRecordCount - 1;
-    int start = static_cast<int>(m_pAddresses[first]);
-    int next = static_cast<int>(m_pAddresses[last + 1]);
-    int removed = next - start;
-    int stored = static_cast<int>(CFile::GetLength());
-    MoveOrThrow(next, start, stored - next);
+    const DWORD dataEnd = m_pAddresses[m_nRecordCount];
+    const DWORD start = m_pAddresses[first];
+    const DWORD next = m_pAddresses[last + 1];
+    const int removed = static_cast<int>(next - start);
+    const int gone = last - first + 1;
+    const int tail = static_cast<int>(dataEnd - next);
+    Mover mover(removed > 0 ? tail : 0);
+    if (!mover.Ok()) throw CMemoryException();
+    const DWORD newLength =
+        dataEnd - static_cast<DWORD>(removed) + 4 * static_cast<DWORD>(m_nRecordCount - gone + 1);
+    // Empty records take no data: then only the table changes, from entry `first` on.
+    const DWORD from = removed > 0 ? start : dataEnd + 4 * static_cast<DWORD>(first);
+    Change change(*this, from, newLength, Change::kToEnd, mover.Scratch(), mover.Room());
+    mover.Move(*this, static_cast<int>(next), static_cast<int>(start), tail);
     MoveFileAddresses(last + 1, m_nRecordCount, -removed, first);
-    int gone = last - first + 1;
     m_nRecordCount -= gone;
-    if (m_bSafeMode) {
-        SetLength(CFile::GetLength() - static_cast<DWORD>(removed) - 4 * static_cast<DWORD>(gone));
-        UpdateAddresses(first);
-    } else {
-        SetLength(CFile::GetLength() - static_cast<DWORD>(removed));
-    }
+    change.Commit(first);
 }
 
 void CBinFile::Delete(int index) { CBinFile::Delete(index, index); }
 
 void CBinFile::DeleteAll() {
     if (GetRecordCount() == 0) return;
-    SetLength(0);
-    LoadAddresses();
+    if (!m_bSafeMode) {
+        SetLength(0);
+        LoadAddresses();
+        return;
+    }
+    // One change to the 4-byte empty file; only its first word and the last word are
+    // overwritten before the cut, so the journal holds 8 bytes whatever the file's size.
+    Change change(*this, 0, 4, 4, nullptr, 0, true);
+    m_nRecordCount = 0;
+    m_pAddresses[0] = 0;
+    change.Commit(0);
 }
 
 void CBinFile::Add(unsigned char* data, int length) {
@@ -204,24 +402,7 @@ int CBinFile::Insert(int after, CBinFile* source) {
         throw CFileException(CFileException::invalidFile, -1, source->m_strFileName);
 
     RequireTable();
-    int pos = InsertPosition(after, blockLength, n);
-    if (pos > m_nRecordCount) Init(pos + 1);
-    int at = static_cast<int>(m_pAddresses[pos]);
-    int moved = static_cast<int>(m_pAddresses[m_nRecordCount]) - at;
-    if (m_bSafeMode) moved += 4 * (m_nRecordCount + 1);
-    MoveOrThrow(at, at + blockLength, moved);
-    if (blockLength > 0) {
-        Seek(at, begin);
-        Write(block, static_cast<UINT>(blockLength));
-    }
-    MoveFileAddresses(pos, m_nRecordCount, blockLength, pos + n);
-    m_nRecordCount += n;
-    for (int i = 0; i < n; ++i)
-        m_pAddresses[pos + i] = static_cast<DWORD>(at) + (entries[i] - entries[0]);
-    if (m_bSafeMode) {
-        SetLength(CFile::GetLength() + 4 * static_cast<DWORD>(n));
-        UpdateAddresses(pos);
-    }
+    Change::InsertRecords(*this, after, block, blockLength, n, entries);
     return n;
 }
 
@@ -229,8 +410,14 @@ void CBinFile::Modify(int index, CFile& source) {
     DWORD n = source.GetLength();
     DWORD piece = n < kCopyPiece ? n : kCopyPiece;
     dorvik::Block<> buffer = dorvik::GrabOrThrow(piece);
+    RequireTable();
+    if (index < 0) index = 0;
+    // Making room and copying the bytes are one change: no moment shows the record
+    // reserved but not yet written.
+    const DWORD from = index < m_nRecordCount ? m_pAddresses[index] : m_pAddresses[m_nRecordCount];
+    Change change(*this, from, 0, from + n);
     Modify(index, nullptr, static_cast<int>(n));
-    Seek(static_cast<LONG>(GetAddress(index < 0 ? 0 : index)), begin);
+    Seek(static_cast<LONG>(GetAddress(index)), begin);
     source.SeekToBegin();
     DWORD done = 0;
     while (done < n) {
@@ -240,6 +427,7 @@ void CBinFile::Modify(int index, CFile& source) {
         Write(buffer.get(), got);
         done += got;
     }
+    change.Commit(INT_MAX);
 }
 
 void CBinFile::Modify(int index, CBaseMemFile* source) {
@@ -275,8 +463,22 @@ void CBinFile::GetRecordsBitmap(CBitArray& bits) {
 }
 
 int CBinFile::DeleteEmpty() {
+    int count = GetRecordCount();
+    int firstEmpty = 0;
+    int empties = 0;
+    for (int i = count - 1; i >= 0; --i) {
+        if (m_pAddresses[i] != m_pAddresses[i + 1]) continue;
+        firstEmpty = i;
+        ++empties;
+    }
+    if (empties == 0) return 0;
+    RequireTable();
+    // Run by run through the virtual Delete, as one change of the file.
+    const DWORD dataEnd = m_pAddresses[count];
+    Change change(*this, dataEnd + 4 * static_cast<DWORD>(firstEmpty),
+                  dataEnd + 4 * static_cast<DWORD>(count - empties + 1));
     int deleted = 0;
-    for (int i = 0; i < GetRecordCount(); ++i) {
+    for (int i = firstEmpty; i < m_nRecordCount; ++i) {
         if (m_pAddresses[i] != m_pAddresses[i + 1]) continue;
         int run = 1;
         while (i + run < m_nRecordCount && m_pAddresses[i + run] == m_pAddresses[i + run + 1])
@@ -284,6 +486,7 @@ int CBinFile::DeleteEmpty() {
         Delete(i, i + run - 1);
         deleted += run;
     }
+    change.Commit(firstEmpty);
     return deleted;
 }
 

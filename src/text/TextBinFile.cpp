@@ -12,6 +12,7 @@
 #include "dorvik/BitArray.h"
 #include "frame/Block.h"
 #include "index/IXRecords.h"
+#include "recordfile/Change.h"
 #include "recordfile/RecordTable.h"
 
 namespace dorvik::classic {
@@ -499,15 +500,35 @@ void CTextBinFile::Sort(bool ascending, bool unique, char* reserved, bool (*prog
 
 void CTextBinFile::UpdateFile() {
     if (!m_bFileMem) return;
-    Seek(0, begin);
-    Write(m_pFileData, static_cast<UINT>(m_nFileDataSize));
-    dorvik::WriteTableEntries(*this, m_pFileAddresses,
-                              static_cast<DWORD>(m_nFileAddressesSize / 4));
-    // The table now stands behind the data: the file is a complete record file, and
-    // from here on every change lands whole.
-    m_bSafeMode = true;
-    SetWriteBehind(false);
-    SetLength(static_cast<DWORD>(m_nFileDataSize) + static_cast<DWORD>(m_nFileAddressesSize));
+    const DWORD dataEnd = static_cast<DWORD>(m_nFileDataSize);
+    const int count = m_nFileAddressesSize / 4 - 1;
+    if (m_bSafeMode && m_pAddresses) {
+        // The disk holds the file as it was read, whose data are the front of the block
+        // (this mode only adds words behind them): the new words and the table go as one
+        // change, which a process that dies inside leaves undone or done.
+        const int old = m_nRecordCount;
+        const DWORD kept = m_pAddresses[0] == 0 ? m_pAddresses[old] : 0;
+        Change change(*this, kept, dataEnd + 4 * static_cast<DWORD>(count + 1));
+        Seek(static_cast<LONG>(kept), begin);
+        Write(m_pFileData + kept, dataEnd - kept);
+        const DWORD tableBytes = 4 * static_cast<DWORD>(count + 1);
+        if (tableBytes > m_nAddressBytes) {
+            m_pAddresses = static_cast<DWORD*>(RegrowBlock(m_pAddresses, tableBytes));
+            m_nAddressBytes = tableBytes;
+        }
+        std::memcpy(m_pAddresses, m_pFileAddresses, tableBytes);
+        m_nRecordCount = count;
+        change.Commit(kept == 0 ? 0 : old);
+    } else {
+        Seek(0, begin);
+        Write(m_pFileData, dataEnd);
+        dorvik::WriteTableEntries(*this, m_pFileAddresses, static_cast<DWORD>(count + 1));
+        // The table now stands behind the data: the file is a complete record file, and
+        // from here on every change lands whole.
+        m_bSafeMode = true;
+        SetWriteBehind(false);
+        SetLength(dataEnd + 4 * static_cast<DWORD>(count + 1));
+    }
     Flush();
     LoadAddresses();
 }
