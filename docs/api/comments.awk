@@ -7,7 +7,7 @@
 #    that class first ("// CBinFile: ...") or when the header exports just one class
 #    that has no comment of its own; otherwise it documents the header itself;
 #  - a comment above a run of overloads documents each of them, and each member of
-#    the run that it names (a member group);
+#    the run that it names;
 #  - text that Doxygen would read as markup (\ @ < > & % # $ *) is escaped outside
 #    `code` spans, so the comments come out as they are written.
 # Every output line stands for the same input line, so Doxygen's warnings point at
@@ -87,13 +87,19 @@ END {
     # counts as one name, and `end` goes with `begin`) and for each one it names
     # itself ("ReleaseBuffer ends the writing"); a comment above a copy (or a move)
     # speaks for the copies (or moves) that follow it, and for nothing else. The run
-    # up to the first other declaration becomes a member group that shares the comment.
+    # up to the first other declaration shares the comment: each declaration after the
+    # first gets a copy of it as a trailing comment on its last line (a member group
+    # would not reach the members of a template's instances).
     for (i = top + 1; i < n; i++) {
         if (lines[i] !~ /^[ \t]*\/\// || lines[i + 1] ~ /^[ \t]*(\/\/|$)/) continue
         if (lines[i] ~ /^[ \t]*\/\/ *-+ /) continue
-        said = ""
-        for (k = i; k > top && lines[k] ~ /^[ \t]*\/\// && lines[k] !~ /^[ \t]*\/\/ *-+ /; k--)
+        said = ""; shared = ""
+        for (k = i; k > top && lines[k] ~ /^[ \t]*\/\// && lines[k] !~ /^[ \t]*\/\/ *-+ /; k--) {
             said = lines[k] " " said
+            text = lines[k]
+            sub(/^[ \t]*\/\//, "", text)
+            shared = escape_text(text) shared
+        }
         gsub(/[^A-Za-z0-9_~]+/, " ", said)
         said = " " said " "
         depth = 0; ends = 0; family = ""; starts = 1; last = 0
@@ -117,18 +123,12 @@ END {
             depth += gsub(/\{/, "{", code) - gsub(/\}/, "}", code)
             if (depth < 0) break
             starts = depth == 0 && code ~ /[;}][ \t]*$/
-            if (starts) { ends++; last = j }
-        }
-        if (family != "" && ends > 1 && lines[last] !~ /\/\//) {
-            group_open[i + 1] = 1
-            group_close[last] = 1
+            if (starts && ++ends > 1 && lines[j] !~ /\/\//) copy[j] = shared
         }
     }
 
     for (i = 1; i <= n; i++) {
         line = lines[i]
-        if (group_open[i]) line = "/**@{*/ " line
-        if (group_close[i]) line = line " /**@}*/"
         if (i <= top) {
             if (i == 1) {
                 # The pragma line below gives room for the line that says what the
@@ -150,6 +150,6 @@ END {
                 continue
             }
         }
-        print line
+        print line (i in copy ? " ///<" copy[i] : "")
     }
 }
