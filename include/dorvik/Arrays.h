@@ -11,7 +11,7 @@ public:
     CDWordArray() = default;
     ~CDWordArray() override;
 
-    int GetSize() const { return m_nSize; }  // the number of elements
+    int GetSize() const { return m_nSize; }            // the number of elements
     int GetUpperBound() const { return m_nSize - 1; }  // size - 1; -1 when empty
     // Sets the size; added elements are 0. `growBy` -1 keeps the grow step, another
     // value replaces it (0: a step chosen from the size). A size below 0 counts as 0.
@@ -55,7 +55,7 @@ public:
     CPtrArray() = default;
     ~CPtrArray() override;
 
-    int GetSize() const { return m_nSize; }  // the number of elements
+    int GetSize() const { return m_nSize; }            // the number of elements
     int GetUpperBound() const { return m_nSize - 1; }  // size - 1; -1 when empty
     // Added slots are null; otherwise as CDWordArray::SetSize.
     void SetSize(int newSize, int growBy = -1);
