@@ -2,7 +2,8 @@
 # comments, as prose for people who read the header; this filter hands them to Doxygen
 # as documentation without changing a header:
 #  - a `//` comment line becomes `///`, a trailing `// note` behind a member (its
-#    declaration, or a one-line definition) or an enumerator becomes `///< note`, and a `// ---- Section ----` line is left out;
+#    declaration, or a one-line definition) or an enumerator becomes `///< note`,
+#    and a `// ---- Section ----` line is left out;
 #  - the comment at the top of a header documents the header's class when it names
 #    that class first ("// CBinFile: ...") or when the header exports just one class
 #    that has no comment of its own; otherwise it documents the header itself;
@@ -115,9 +116,9 @@ END {
                 special = code ~ /operator *= *\( *(const +)?[A-Za-z_]+ *&/ ||
                           code ~ ("(^|[^A-Za-z_0-9])" name "\\( *(const +)?" name " *&")
                 if (special) special = code ~ /&&/ ? "move" : "copy"
-                if (family == "") { family = name; copies = special }
-                else if (special != copies) break
-                else if (!copies && name != family && !(family == "begin" && name == "end") &&
+                if (family == "") { family = name; kind = special }
+                else if (special != kind) break
+                else if (!kind && name != family && !(family == "begin" && name == "end") &&
                          index(said, " " name " ") == 0) break
             }
             depth += gsub(/\{/, "{", code) - gsub(/\}/, "}", code)
