@@ -1,12 +1,14 @@
 # Doxygen input filter for the public headers. The headers are written with plain `//`
 # comments, as prose for people who read the header; this filter hands them to Doxygen
 # as documentation without changing a header:
-#  - a `//` comment line becomes `///`, a trailing `// note` behind a member or an
-#    enumerator becomes `///< note`, and a `// ---- Section ----` line is left out;
+#  - a `//` comment line becomes `///`, a trailing `// note` behind a member (its
+#    declaration, or a one-line definition) or an enumerator becomes `///< note`,
+#    and a `// ---- Section ----` line is left out;
 #  - the comment at the top of a header documents the header's class when it names
 #    that class first ("// CBinFile: ...") or when the header exports just one class
 #    that has no comment of its own; otherwise it documents the header itself;
-#  - a comment above a run of overloads documents each of them (a member group);
+#  - a comment above a run of overloads documents each of them, and each member of
+#    the run that it names;
 #  - text that Doxygen would read as markup (\ @ < > & % # $ *) is escaped outside
 #    `code` spans, so the comments come out as they are written.
 # Every output line stands for the same input line, so Doxygen's warnings point at
@@ -31,10 +33,16 @@ function escape_text(text,    out, parts, count, i, k, c, piece, escaped) {
 }
 
 # The name a declaration declares: the word before its parameter list, or before the
-# `;`, `=` or `{` of a variable; every operator counts as the name "operator".
+# `;`, `=` or `{` of a variable, or the name a `using` or an enum brings in; every
+# operator counts as the name "operator".
 function declared_name(code,    head) {
     if (code ~ /operator/) return "operator"
     head = code
+    if (head ~ /^[ \t]*(using [A-Za-z_0-9]+ =|enum )/) {
+        sub(/^[ \t]*(using|enum( class)?) /, "", head)
+        sub(/[^A-Za-z_0-9].*/, "", head)
+        return head
+    }
     if (head ~ /\(/) sub(/\(.*/, "", head)
     else sub(/[ \t]*[;={].*/, "", head)
     sub(/.*[^A-Za-z0-9_~]/, "", head)
@@ -75,13 +83,27 @@ END {
     }
     if (subject == "" && exported == 1) subject = bare
 
-    # A comment above a run of overloads (declarations of one name, or all operators,
-    # with no blank line or comment between them) speaks for each of them: the run
-    # becomes a member group that shares the comment.
+    # A comment above a run of declarations (no blank line or comment between them)
+    # speaks for each declaration of the run's first name (overloads; every operator
+    # counts as one name, and `end` goes with `begin`) and for each one it names
+    # itself ("ReleaseBuffer ends the writing"); a comment above a copy (or a move)
+    # speaks for the copies (or moves) that follow it, and for nothing else. The run
+    # up to the first other declaration shares the comment: each declaration after the
+    # first gets a copy of it as a trailing comment on its last line (a member group
+    # would not reach the members of a template's instances).
     for (i = top + 1; i < n; i++) {
         if (lines[i] !~ /^[ \t]*\/\// || lines[i + 1] ~ /^[ \t]*(\/\/|$)/) continue
         if (lines[i] ~ /^[ \t]*\/\/ *-+ /) continue
-        depth = 0; ends = 0; fine = 1; family = ""; starts = 1
+        said = ""; shared = ""
+        for (k = i; k > top && lines[k] ~ /^[ \t]*\/\// && lines[k] !~ /^[ \t]*\/\/ *-+ /; k--) {
+            said = lines[k] " " said
+            text = lines[k]
+            sub(/^[ \t]*\/\//, "", text)
+            shared = escape_text(text) shared
+        }
+        gsub(/[^A-Za-z0-9_~]+/, " ", said)
+        said = " " said " "
+        depth = 0; ends = 0; family = ""; starts = 1; last = 0
         for (j = i + 1; j <= n; j++) {
             if (lines[j] ~ /^[ \t]*(\/\/.*)?$/ || lines[j] ~ /^[ \t]*(public|private|protected):/ ||
                 lines[j] ~ /^#/) break
@@ -89,25 +111,25 @@ END {
             sub(/\/\/.*/, "", code)
             if (starts && depth == 0) {
                 name = declared_name(code)
-                if (family == "") family = name
-                else if (name != family) fine = 0
+                if (name == "") break
+                # A copy or a move has a contract of its own: it joins only its kind.
+                special = code ~ /operator *= *\( *(const +)?[A-Za-z_]+ *&/ ||
+                          code ~ ("(^|[^A-Za-z_0-9])" name "\\( *(const +)?" name " *&")
+                if (special) special = code ~ /&&/ ? "move" : "copy"
+                if (family == "") { family = name; kind = special }
+                else if (special != kind) break
+                else if (!kind && name != family && !(family == "begin" && name == "end") &&
+                         index(said, " " name " ") == 0) break
             }
             depth += gsub(/\{/, "{", code) - gsub(/\}/, "}", code)
-            if (depth < 0) fine = 0
+            if (depth < 0) break
             starts = depth == 0 && code ~ /[;}][ \t]*$/
-            if (starts) ends++
-        }
-        last = j - 1
-        if (fine && family != "" && depth == 0 && ends > 1 && lines[last] !~ /\/\//) {
-            group_open[i + 1] = 1
-            group_close[last] = 1
+            if (starts && ++ends > 1 && lines[j] !~ /\/\//) copy[j] = shared
         }
     }
 
     for (i = 1; i <= n; i++) {
         line = lines[i]
-        if (group_open[i]) line = "/**@{*/ " line
-        if (group_close[i]) line = line " /**@}*/"
         if (i <= top) {
             if (i == 1) {
                 # The pragma line below gives room for the line that says what the
@@ -123,11 +145,12 @@ END {
         if (line ~ /^[ \t]*\/\//) { print doc_line(line); continue }
         if (line !~ /"/ && match(line, /[ \t]+\/\/ /)) {
             code = substr(line, 1, RSTART - 1)
-            if (code ~ /[;,]$/ || code ~ /^[ \t]*[A-Za-z_][A-Za-z_0-9]*$/) {
+            if (code ~ /[;,]$/ || code ~ /^[ \t]*[A-Za-z_][A-Za-z_0-9]*$/ ||
+                code ~ /\)[a-z ]*\{[^{}]*\}$/) {
                 print code " ///<" escape_text(substr(line, RSTART + RLENGTH - 1))
                 continue
             }
         }
-        print line
+        print line (i in copy ? " ///<" copy[i] : "")
     }
 }

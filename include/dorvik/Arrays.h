@@ -11,22 +11,24 @@ public:
     CDWordArray() = default;
     ~CDWordArray() override;
 
-    int GetSize() const { return m_nSize; }
-    int GetUpperBound() const { return m_nSize - 1; }
+    int GetSize() const { return m_nSize; }            // the number of elements
+    int GetUpperBound() const { return m_nSize - 1; }  // size - 1; -1 when empty
     // Sets the size; added elements are 0. `growBy` -1 keeps the grow step, another
     // value replaces it (0: a step chosen from the size). A size below 0 counts as 0.
     // Throws CMemoryException when the block cannot be had or would reach 2 GiB; the
     // array is then unchanged.
     void SetSize(int newSize, int growBy = -1);
-    void RemoveAll();
+    void RemoveAll();  // size 0, and the block is freed
 
     // Elements outside 0 .. size - 1 read as 0, and SetAt ignores them.
     DWORD GetAt(int index) const;
     void SetAt(int index, DWORD value);
     // Unchecked: `index` must lie in 0 .. size - 1.
     DWORD& ElementAt(int index) { return m_pData[index]; }
-    DWORD operator[](int index) const { return GetAt(index); }
-    DWORD& operator[](int index) { return m_pData[index]; }
+    DWORD operator[](int index) const { return GetAt(index); }  // GetAt
+    DWORD& operator[](int index) { return m_pData[index]; }     // ElementAt
+    // The elements, contiguous; null while the array has no block. Valid until the
+    // size changes.
     const DWORD* GetData() const { return m_pData; }
     DWORD* GetData() { return m_pData; }
 
@@ -53,23 +55,25 @@ public:
     CPtrArray() = default;
     ~CPtrArray() override;
 
-    int GetSize() const { return m_nSize; }
-    int GetUpperBound() const { return m_nSize - 1; }
+    int GetSize() const { return m_nSize; }            // the number of elements
+    int GetUpperBound() const { return m_nSize - 1; }  // size - 1; -1 when empty
     // Added slots are null; otherwise as CDWordArray::SetSize.
     void SetSize(int newSize, int growBy = -1);
-    void RemoveAll();
+    void RemoveAll();  // size 0, and the block is freed
     // Removes `count` slots from `index` on, clamped to the array.
     void RemoveAt(int index, int count = 1);
 
     // Slots outside 0 .. size - 1 read as null, and SetAt ignores them.
     void* GetAt(int index) const;
     void SetAt(int index, void* value);
+    // As CDWordArray::SetAtGrow; a negative index is ignored.
     void SetAtGrow(int index, void* value);
-    int Add(void* value);
-    void* operator[](int index) const { return GetAt(index); }
-    // Unchecked: `index` must lie in 0 .. size - 1.
+    int Add(void* value);  // appends; returns the index of the new slot
+    void* operator[](int index) const { return GetAt(index); }  // GetAt
+    // operator[] and ElementAt are unchecked: `index` must lie in 0 .. size - 1.
     void*& operator[](int index) { return m_pData[index]; }
     void*& ElementAt(int index) { return m_pData[index]; }
+    // The slots, contiguous; null while the array has no block.
     void** GetData() { return m_pData; }
 
 protected:

@@ -79,7 +79,9 @@ public:
     // table is loaded, the data end (reserved bytes included) plus 4 * (count + 1).
     DWORD GetLength() const override;
 
+    // True from a successful Open (or opening constructor) until Close; false on a twin.
     bool IsOpen() const { return m_bOpen; }
+    // True in safe mode.
     bool IsSafeMode() const { return m_bSafeMode; }
     // Switching off loads the table if needed and cuts the file at the data end;
     // switching on appends the table. Nothing happens when the mode does not change.

@@ -53,6 +53,7 @@ public:
     // of 100 bytes (none when compressed); every byte that comes in, or that a shrink
     // gives up, reads 0. A negative length is ignored. Sets the modified flag.
     void SetLength(int length);
+    // The length in bytes (of the compressed form when compressed).
     int GetLength() const { return m_nLength; }
     // The bytes of the array (plain or compressed form), owned by the array; null
     // while it has none.
@@ -70,16 +71,19 @@ public:
     // empty, flags unchanged. Null when there was no buffer.
     unsigned char* Detach();
 
-    // The modified flag: set by every change of bits or length, cleared only here.
+    // IsModified and SetModified: the modified flag, set by every change of bits or
+    // length, cleared only here.
     bool IsModified() const { return m_bModified; }
     void SetModified(bool modified) { m_bModified = modified; }
-    // The compressed flag alone; the bytes are not converted.
+    // IsCompressed and SetCompressed: the compressed flag alone; the bytes are not
+    // converted.
     bool IsCompressed() const { return m_bCompressed; }
     void SetCompressed(bool compressed) { m_bCompressed = compressed; }
 
     // ---- Bits and ranges -----------------------------------------------------------
 
-    // The bit; false beyond the length or below 0. A compressed array is read in place.
+    // GetAt and operator[]: the bit; false beyond the length or below 0. A compressed
+    // array is read in place.
     bool GetAt(int bit) const;
     bool operator[](int bit) const { return GetAt(bit); }
     // Sets the bit, growing the array to (bit >> 3) + 1 bytes when needed. A compressed
@@ -230,7 +234,7 @@ public:
     // One less than the number of set bits at or below `bit`: its rank when set, the rank
     // of the nearest set bit below when clear; -1 when no bit at or below it is set.
     int GetBitIndex(int bit) const;
-    // The lowest and the highest set bit; -1 when none is set.
+    // GetHeadBit and GetTailBit: the lowest and the highest set bit; -1 when none is set.
     int GetHeadBit() const;
     int GetTailBit() const;
     // `bit` when it is set, else the nearest set bit below it; -1 when there is none.

@@ -13,6 +13,7 @@
 namespace dorvik::classic {
 class DORVIK_API CBitsBinFile : public CBinFile {
 public:
+    // Gets (index, total) as Invert goes on; may be null; its result is not used.
     using Progress = bool (*)(int, int);
 
     // A closed object.
@@ -65,20 +66,22 @@ public:
     // 21845 times its stored length. An application reading untrusted files passes a
     // `limit` (or uses GetAt and GetCount, which read the stored form in place).
     virtual void GetRecord(int index, unsigned char*& buffer, int& length, int limit);
-    // Stores an array: a compressed one as it stands, a plain one compressed.
+    // Modify and Add store an array: a compressed one as it stands, a plain one
+    // compressed.
     virtual void Modify(int index, CBitArray* bits);
     virtual void Add(CBitArray* bits);
     // Record-by-record union / intersection of another file into this one.
     virtual void Or(CBitsBinFile* other);
     // The other file by path, opened read-only; a path that cannot be opened throws.
     virtual void Or(const char* path);
+    // The intersection, as Or.
     virtual void And(CBitsBinFile* other);
     virtual void And(const char* path);
     // Single bits of record `index`. SetAt extends the file when needed and writes only
     // when the bit was clear; ResetAt writes only when the bit was set (the record may
-    // become empty). A negative bit changes nothing and reads as clear. SetAt grows the
-    // record to bit / 8 + 1 bytes (256 MiB for bit 2^31 - 1; CMemoryException when that
-    // cannot be had).
+    // become empty); GetAt reads it. A negative bit changes nothing and reads as clear.
+    // SetAt grows the record to bit / 8 + 1 bytes (256 MiB for bit 2^31 - 1;
+    // CMemoryException when that cannot be had).
     // Cost: each change reads and expands the whole record, compresses it again and
     // rewrites it, which moves every stored byte behind it and, in safe mode, the table
     // tail. Building an index posting by posting is quadratic: 2,000 documents of 30
@@ -106,8 +109,8 @@ public:
     // For records below both counts, destination &= source; then every destination
     // record past the source's count goes, and so do trailing records left empty.
     static void AndFiles(CBitsBinFile* source, CBitsBinFile* target);
-    // By path: the source opened read-only, the destination read-write; either
-    // failing to open throws CFileException.
+    // OrFiles and AndFiles by path: the source opened read-only, the destination
+    // read-write; either failing to open throws CFileException.
     static void OrFiles(const char* source, const char* target);
     static void AndFiles(const char* source, const char* target);
 };

@@ -26,7 +26,7 @@ namespace dorvik::classic {
 // file. Not safe for concurrent use.
 class DORVIK_API CBitArrayArray : public CPtrArray {
 public:
-    using Progress = bool (*)(int, int);
+    using Progress = bool (*)(int, int);  // gets (index, count); may be null; result unused
 
     // Elements this object creates get `compressed` as their compressed flag.
     explicit CBitArrayArray(bool compressed = false);
@@ -46,7 +46,7 @@ public:
     // Throws CMemoryException when the slots cannot be had, always from index
     // 2^28 - 1 on (2 GiB of slots).
     CBitArray* GetAt(int index) const;
-    CBitArray* operator[](int index) const { return GetAt(index); }
+    CBitArray* operator[](int index) const { return GetAt(index); }  // as GetAt
     // The last element (made on demand), or null for an empty array.
     CBitArray* GetTail();
     // Opens the file at `path` (created when missing, truncated for opCopy) and saves.
@@ -66,18 +66,19 @@ public:
     // Deletes every element and empties the array; m_nMaxLength stays.
     void RemoveAll();
 
-    bool m_bCompressed;
-    int m_nFirst = 0;
-    int m_nLast = -1;
-    int m_nMaxLength = 0;
+    bool m_bCompressed;    // the compressed flag of elements made here
+    int m_nFirst = 0;      // the first index Init and Save work on
+    int m_nLast = -1;      // the last one; -1: the last there is
+    int m_nMaxLength = 0;  // the longest element length Init found
 };
 
 // A growable array of owned CBitArrayArray elements kept in a record file, one bit
 // record file image per record. Not safe for concurrent use.
 class DORVIK_API CBitArrayCollection : public CPtrArray {
 public:
-    using Progress = bool (*)(int, int);
+    using Progress = bool (*)(int, int);  // gets (index, count); may be null; result unused
 
+    // Arrays this object creates pass `compressed` on to their elements.
     explicit CBitArrayCollection(bool compressed = false);
     ~CBitArrayCollection() override;
 
@@ -87,7 +88,7 @@ public:
     void Init(CBinFile* file, Progress progress);
     // The array at `index`, made on demand as CBitArrayArray::GetAt does.
     CBitArrayArray* GetAt(int index) const;
-    CBitArrayArray* operator[](int index) const { return GetAt(index); }
+    CBitArrayArray* operator[](int index) const { return GetAt(index); }  // as GetAt
     // Opens the file at `path` (created when missing) and saves.
     void Save(const char* path, Operation op, bool free, bool packed, Progress progress);
     // Saves every array m_nFirst .. m_nLast into its record of `file` with the array's
@@ -99,11 +100,11 @@ public:
     // slot set null once the file is complete. `progress` gets (index, count) for
     // every index.
     void Save(CBinFile* file, Operation op, bool free, bool packed, Progress progress);
-    void RemoveAll();
+    void RemoveAll();  // deletes every array and empties the collection
 
-    bool m_bCompressed;
-    int m_nFirst = 0;
-    int m_nLast = -1;
+    bool m_bCompressed;  // the compressed flag of the arrays made here
+    int m_nFirst = 0;    // the first index Init and Save work on
+    int m_nLast = -1;    // the last one; -1: the last there is
 };
 
 // A growable array of owned CMyDWordArray elements. It loads raw numbers and saves
@@ -114,7 +115,7 @@ public:
 // back by reading the record as a bit array. Not safe for concurrent use.
 class DORVIK_API CMyDWordArrayArray : public CPtrArray {
 public:
-    using Progress = bool (*)(int, int);
+    using Progress = bool (*)(int, int);  // gets (index, count); may be null; result unused
 
     CMyDWordArrayArray();
     ~CMyDWordArrayArray() override;
@@ -128,7 +129,7 @@ public:
     // The element at `index`, made on demand as CBitArrayArray::GetAt does. Null only
     // for a negative index. Owned by the array.
     CMyDWordArray* GetAt(int index) const;
-    CMyDWordArray* operator[](int index) const { return GetAt(index); }
+    CMyDWordArray* operator[](int index) const { return GetAt(index); }  // as GetAt
     // Opens the bit record file at `path` (created when missing, never truncated: for
     // opCopy the records are deleted instead) and saves.
     void Save(const char* path, Operation op, bool free, bool packed, Progress progress);
@@ -150,8 +151,8 @@ public:
     // Deletes every element and empties the array.
     void RemoveAll();
 
-    int m_nFirst = 0;
-    int m_nLast = -1;
+    int m_nFirst = 0;  // the first index Init and Save work on
+    int m_nLast = -1;  // the last one; -1: the last there is
 };
 
 // A growable array of owned CMyDWordArrayArray elements kept in a record file, one bit
@@ -159,7 +160,7 @@ public:
 // use.
 class DORVIK_API CMyDWordArrayCollection : public CPtrArray {
 public:
-    using Progress = bool (*)(int, int);
+    using Progress = bool (*)(int, int);  // gets (index, count); may be null; result unused
 
     CMyDWordArrayCollection();
     ~CMyDWordArrayCollection() override;
@@ -172,16 +173,16 @@ public:
     void Init(CBinFile* file, Progress progress);
     // The array at `index`, made on demand.
     CMyDWordArrayArray* GetAt(int index) const;
-    CMyDWordArrayArray* operator[](int index) const { return GetAt(index); }
+    CMyDWordArrayArray* operator[](int index) const { return GetAt(index); }  // as GetAt
     // Opens the file at `path` (created when missing, never truncated) and saves.
     void Save(const char* path, Operation op, bool free, bool packed, Progress progress);
     // Saves every array m_nFirst .. m_nLast into its record of `file` with the array's
     // Save, as CBitArrayCollection::Save does.
     void Save(CBinFile* file, Operation op, bool free, bool packed, Progress progress);
-    void RemoveAll();
+    void RemoveAll();  // deletes every array and empties the collection
 
-    int m_nFirst = 0;
-    int m_nLast = -1;
+    int m_nFirst = 0;  // the first index Init and Save work on
+    int m_nLast = -1;  // the last one; -1: the last there is
 };
 
 // Lists of numbers collected on disk at almost no memory cost: each AddValue appends
@@ -206,7 +207,7 @@ public:
 // anything; only destruction is left. Not safe for concurrent use.
 class DORVIK_API CLinkedListArray : public CPtrArray {
 public:
-    using Progress = bool (*)(int, int);
+    using Progress = bool (*)(int, int);  // gets (index, count); may be null; result unused
 
     // Makes and opens the node file. Throws CFileException when it cannot; no file is
     // left behind then.
@@ -244,8 +245,8 @@ public:
     // CBitArrayArray::Save.
     void Save(CBitsBinFile* file, Operation op, bool free, bool packed, Progress progress);
 
-    int m_nFirst = 0;
-    int m_nLast = -1;
+    int m_nFirst = 0;  // the first list Save works on
+    int m_nLast = -1;  // the last one; -1: the last there is
 
 protected:
     CString m_strTempName;  // path of the node file; empty once it is removed
@@ -275,7 +276,7 @@ private:
 // There is no Init. Not safe for concurrent use.
 class DORVIK_API CLinkedListCollection : public CPtrArray {
 public:
-    using Progress = bool (*)(int, int);
+    using Progress = bool (*)(int, int);  // gets (index, count); may be null; result unused
 
     CLinkedListCollection();
     ~CLinkedListCollection() override;
@@ -283,7 +284,7 @@ public:
     // The array at `index`, made on demand; a new array makes a node file, so this
     // throws CFileException when none can be made. Null only for a negative index.
     CLinkedListArray* GetAt(int index) const;
-    CLinkedListArray* operator[](int index) const { return GetAt(index); }
+    CLinkedListArray* operator[](int index) const { return GetAt(index); }  // as GetAt
     // Opens the file at `path` (created when missing, never truncated) and saves.
     void Save(const char* path, Operation op, bool free, bool packed, Progress progress);
     // Saves every array m_nFirst .. m_nLast into its record of `file`, as
@@ -294,8 +295,8 @@ public:
     // Deletes every array, which removes their node files, and empties the collection.
     void RemoveAll();
 
-    int m_nFirst = 0;
-    int m_nLast = -1;
+    int m_nFirst = 0;  // the first list Save works on
+    int m_nLast = -1;  // the last one; -1: the last there is
 };
 
 }  // namespace dorvik::classic

@@ -9,16 +9,19 @@
 #include "String.h"
 
 namespace dorvik::classic {
+// The base of the library's exceptions.
 class DORVIK_API CException : public CObject, public std::exception {
 public:
     CException() = default;
-    CException(const CException&) : CObject(), std::exception() {}
+    CException(const CException&) : CObject(), std::exception() {}  // nothing to copy
+    // "Dorvik exception".
     const char* what() const noexcept override;
 };
 
 // Memory could not be had: a memory file could not grow, or a block could not be made.
 class DORVIK_API CMemoryException : public CException {
 public:
+    // "Not enough memory".
     const char* what() const noexcept override;
 };
 
@@ -43,17 +46,20 @@ public:
         diskFull,
         endOfFile
     };
+    // Composes what() from the three: "file not found: /data/a.bin (No such file or
+    // directory)"; the path and the OS text are left out when there are none.
     explicit CFileException(int cause = none, LONG osError = -1, const char* fileName = nullptr);
+    // Copies take the fields and the text.
     CFileException(const CFileException& other);
     CFileException& operator=(const CFileException& other);
 
     // The cause that stands for an errno value.
     static int OsErrorToException(int error);
-    const char* what() const noexcept override;
+    const char* what() const noexcept override;  // the text the constructor composed
 
-    int m_cause;
-    LONG m_lOsError;
-    CString m_strFileName;
+    int m_cause;            // one of the causes above
+    LONG m_lOsError;        // the errno value, or -1
+    CString m_strFileName;  // the path; empty when none was given
 
 private:
     std::string m_what;

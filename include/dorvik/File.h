@@ -13,12 +13,12 @@
 namespace dorvik::classic {
 // What CFile::GetStatus reports; only existence is used by the library.
 struct DORVIK_API CFileStatus {
-    std::time_t m_ctime = 0;
-    std::time_t m_atime = 0;
-    std::time_t m_mtime = 0;
-    DWORD m_size = 0;
-    BYTE m_attribute = 0;
-    CString m_szFullName;
+    std::time_t m_ctime = 0;  // last status change (st_ctime)
+    std::time_t m_atime = 0;  // last access
+    std::time_t m_mtime = 0;  // last modification
+    DWORD m_size = 0;         // the length, cut to 32 bits
+    BYTE m_attribute = 0;     // 0x10 for a directory, else 0
+    CString m_szFullName;     // the path as given
 };
 
 class DORVIK_API CFile : public CObject {
@@ -39,8 +39,9 @@ public:
         typeText = 0x4000,
         typeBinary = 0x8000
     };
+    // Where the offset of Seek counts from.
     enum SeekPosition : UINT { begin = 0, current = 1, end = 2 };
-    static constexpr int hFileNull = -1;
+    static constexpr int hFileNull = -1;  // m_hFile of a closed object
 
     // A closed object.
     CFile() = default;
@@ -65,6 +66,7 @@ public:
     // Sets and returns the position. Positions past the end are allowed; a position
     // before the beginning or at 2 GiB and beyond throws CFileException(badSeek).
     virtual LONG Seek(LONG offset, UINT from);
+    // SeekToBegin and SeekToEnd move to either end; SeekToEnd returns the length.
     void SeekToBegin() { Seek(0, begin); }
     DWORD SeekToEnd() { return static_cast<DWORD>(Seek(0, end)); }
     // The length, measured through the virtual Seek: note the position, seek to the
@@ -84,7 +86,7 @@ public:
     // An error of such a write surfaces as CFileException from that later call (and is
     // dropped at destruction). Off by default.
     void SetWriteBehind(bool on);
-    // Read and Write with 32-bit counts.
+    // ReadHuge and WriteHuge: Read and Write with 32-bit counts.
     DWORD ReadHuge(void* buffer, DWORD count);
     void WriteHuge(const void* buffer, DWORD count);
 

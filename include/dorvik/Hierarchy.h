@@ -52,7 +52,8 @@ public:
     CHierarchy();
     ~CHierarchy() override;
 
-    // Loading and emptying as in CBitArrayArray; they also forget the cached node count.
+    // Init and RemoveAll: loading and emptying as in CBitArrayArray; they also forget the
+    // cached node count.
     void Init(const char* path, Progress progress);
     void Init(CBitsBinFile* file, Progress progress);
     void RemoveAll();

@@ -68,11 +68,13 @@ public:
     // A position outside 0..GetRecordCount()-1, or one that the index file maps
     // outside the file, gives the init value. One read of one record.
     virtual int GetRecord(int position);
+    // GetRecord.
     virtual int operator[](int position) { return GetRecord(position); }
-    // Modify(position, GetRecord(position) + 1) and - 1; past the end this starts from
-    // the init value and extends the file.
+    // IncRecord and DecRecord: Modify(position, GetRecord(position) + 1) and - 1; past
+    // the end this starts from the init value and extends the file.
     virtual void IncRecord(int position);
     virtual void DecRecord(int position);
+    // Bytes per record, 1 to 4.
     virtual int GetRecordSize() { return m_nRecordSize; }
     // Physical records from `from` to `to` inclusive go; the records behind move down.
     // Nothing happens when `from` is above `to`. Both are clamped to the last record
@@ -174,10 +176,12 @@ public:
     // records of a grow count, and a partial record behind the last whole one.
     void UpdateFileLength();
 
-    // Extra records that every extension (Init) adds.
+    // GetGrowCount and SetGrowCount: extra records that every extension (Init) adds; a
+    // negative count counts as 0.
     int GetGrowCount() { return m_nGrowCount; }
     void SetGrowCount(int count) { m_nGrowCount = count < 0 ? 0 : count; }
-    // The value of an empty record, and what reads outside the file give (-1 at first).
+    // GetInitValue and SetInitValue: the value of an empty record, and what reads
+    // outside the file give (-1 at first).
     // New records are filled with its low byte.
     int GetInitValue() { return m_nInitValue; }
     void SetInitValue(int value) { m_nInitValue = value; }

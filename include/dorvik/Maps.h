@@ -20,6 +20,8 @@
 #include "String.h"
 
 namespace dorvik::classic {
+// A hash map from strings to strings; keys compare byte for byte. Not safe for
+// concurrent changes.
 class DORVIK_API CMapStringToString {
 public:
     // `blockSize` is accepted for compatibility; memory grows as needed.
@@ -28,8 +30,8 @@ public:
     CMapStringToString(const CMapStringToString&) = delete;
     CMapStringToString& operator=(const CMapStringToString&) = delete;
 
-    int GetCount() const;
-    bool IsEmpty() const { return GetCount() == 0; }
+    int GetCount() const;                             // the number of pairs
+    bool IsEmpty() const { return GetCount() == 0; }  // no pairs
 
     // The position of the first pair; null for an empty map.
     POSITION GetStartPosition() const;
@@ -48,7 +50,7 @@ public:
 
     // Nonzero when the key was there and is now removed.
     BOOL RemoveKey(const char* key);
-    void RemoveAll();
+    void RemoveAll();  // removes every pair and frees the table
 
 private:
     struct Table;
@@ -56,6 +58,7 @@ private:
     Table* m_pTable = nullptr;
 };
 
+// A hash map from strings to untyped pointers, used as CMapStringToString.
 class DORVIK_API CMapStringToPtr {
 public:
     // `blockSize` is accepted for compatibility; memory grows as needed.
@@ -64,16 +67,18 @@ public:
     CMapStringToPtr(const CMapStringToPtr&) = delete;
     CMapStringToPtr& operator=(const CMapStringToPtr&) = delete;
 
-    int GetCount() const;
-    bool IsEmpty() const { return GetCount() == 0; }
+    int GetCount() const;                             // the number of pairs
+    bool IsEmpty() const { return GetCount() == 0; }  // no pairs
 
-    // As CMapStringToString. The map owns none of the pointees.
+    // GetStartPosition, GetNextAssoc, Lookup and SetAt work as CMapStringToString's,
+    // with a pointer for the value. The map owns none of the pointees.
     POSITION GetStartPosition() const;
     void GetNextAssoc(POSITION& position, CString& key, void*& value) const;
     BOOL Lookup(const char* key, void*& value) const;
     void SetAt(const char* key, void* value);
     // The pointer under `key`; a new key is inserted with null first.
     void*& operator[](const char* key);
+    // RemoveKey and RemoveAll: as CMapStringToString's.
     BOOL RemoveKey(const char* key);
     void RemoveAll();
 

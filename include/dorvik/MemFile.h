@@ -36,12 +36,12 @@ public:
     void Flush() override {}
     CString GetFilePath() const override { return CString(); }
 
-    UINT m_nGrowBytes;
-    DWORD m_nPosition = 0;
-    DWORD m_nBufferSize = 0;
-    DWORD m_nFileSize = 0;
-    BYTE* m_lpBuffer = nullptr;
-    BOOL m_bAutoDelete = 1;
+    UINT m_nGrowBytes;           // the grow step; 0: the block cannot grow
+    DWORD m_nPosition = 0;       // the position
+    DWORD m_nBufferSize = 0;     // the size of the block
+    DWORD m_nFileSize = 0;       // the length of the content
+    BYTE* m_lpBuffer = nullptr;  // the block; null when there is none
+    BOOL m_bAutoDelete = 1;      // nonzero when the object owns the block
 
 protected:
     void GrowFile(DWORD newLength);

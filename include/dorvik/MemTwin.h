@@ -22,6 +22,9 @@ class DORVIK_API CMemTwinBase : public MemoryClass, public FileClass {
 public:
     ~CMemTwinBase() override;
 
+    // Seek, SetLength, GetLength, Read, Write, Close, GetPosition, SeekToBegin,
+    // SeekToEnd, ReadHuge and WriteHuge act on the memory side, as said above;
+    // GetFilePath is empty and Flush does nothing.
     LONG Seek(LONG offset, UINT from) override;
     void SetLength(DWORD length) override;
     DWORD GetLength() const override;

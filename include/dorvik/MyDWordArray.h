@@ -51,14 +51,16 @@ public:
 
     // Element `index`, through the index array when one is set.
     DWORD GetAt(int index) const;
-    DWORD operator[](int index) const { return GetAt(index); }
-    // A reference to element `index`, through the index array; sets modified.
+    DWORD operator[](int index) const { return GetAt(index); }  // GetAt
+    // operator[] and ElementAt: a reference to element `index`, through the index
+    // array; sets modified.
     DWORD& operator[](int index) { return ElementAt(index); }
     DWORD& ElementAt(int index);
     // Writes element `index`, through the index array; sets modified.
     void SetAt(int index, DWORD value);
 
-    // The platform operations on the physical array; they set modified.
+    // SetAtGrow, Add, Append and Copy: the platform operations on the physical array;
+    // they set modified.
     void SetAtGrow(int index, DWORD value);
     int Add(DWORD value);
     int Append(const CDWordArray& other);
@@ -67,6 +69,7 @@ public:
     // modified. Throws CMemoryException.
     void SetSize(int size, int growBy = -1);
 
+    // IsModified and SetModified: the modified flag that the changes above set.
     bool IsModified() const { return m_bModified; }
     void SetModified(bool modified) { m_bModified = modified; }
 
@@ -77,7 +80,7 @@ public:
     // Links the index array (not owned); null unlinks it. An array whose chain of index
     // arrays leads back to this one (itself included) is refused: the old link stays.
     void SetIndexFile(CMyDWordArray* index);
-    CMyDWordArray* GetIndexFile() const { return m_pIndexFile; }
+    CMyDWordArray* GetIndexFile() const { return m_pIndexFile; }  // null when none
 
     // Empties `target` and fills it with the physical positions of this array's
     // elements in rising order of value as signed numbers; equal values keep their

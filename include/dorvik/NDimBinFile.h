@@ -26,6 +26,7 @@ namespace dorvik::classic {
 class DORVIK_API CNDimBinFile : public CBinFile {
 public:
     CNDimBinFile();
+    // Opens as CBinFile does.
     CNDimBinFile(const char* path, UINT flags);
     ~CNDimBinFile() override;
 

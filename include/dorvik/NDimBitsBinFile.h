@@ -12,6 +12,7 @@ namespace dorvik::classic {
 class DORVIK_API CNDimBitsBinFile : public CNDimBinFile {
 public:
     CNDimBitsBinFile();
+    // Opens as CBinFile does.
     CNDimBitsBinFile(const char* path, UINT flags);
     ~CNDimBitsBinFile() override;
 
@@ -50,7 +51,8 @@ public:
     // set bits (0 for a count of 0, 8 * length when the bits run out).
     virtual int GetIndexBit(int dim, int* indices, int count);
     // SetAt and XOrAt create the path when needed; SetAt and ResetAt write only when
-    // the bit changes, XOrAt always writes. A negative bit changes nothing.
+    // the bit changes, XOrAt always writes; GetAt reads the bit. A negative bit changes
+    // nothing and reads as clear.
     virtual void SetAt(int dim, int* indices, int bit);
     virtual void ResetAt(int dim, int* indices, int bit);
     virtual void XOrAt(int dim, int* indices, int bit);

@@ -25,6 +25,7 @@ constexpr Operation operator|(Operation a, Operation b) {
     return static_cast<Operation>(static_cast<int>(a) | static_cast<int>(b));
 }
 
+// Adds the flags of `b` to `a`.
 inline Operation& operator|=(Operation& a, Operation b) { return a = a | b; }
 
 }  // namespace dorvik::classic

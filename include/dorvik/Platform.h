@@ -5,11 +5,14 @@
 #include <cstddef>
 #include <cstdint>
 
+// Marks what the shared library exports.
 #define DORVIK_API __attribute__((visibility("default")))
 
 namespace dorvik::classic {
 // File formats are 32-bit and little-endian: these types never let a 64-bit long
-// reach a file. Seek offsets and results are LONG; sizes and positions are DWORD.
+// reach a file. Seek offsets and results are LONG; sizes and positions are DWORD;
+// UINT, BOOL (nonzero for true) and BYTE are the platform's unsigned int, int and
+// unsigned char.
 using DWORD = std::uint32_t;
 using LONG = std::int32_t;
 using UINT = unsigned int;
@@ -18,6 +21,7 @@ using BYTE = unsigned char;
 
 // Opaque iteration handle of the node classes.
 struct DorvikPosition;
+// POSITION: a pointer to that handle; each class says what a null one means.
 using POSITION = DorvikPosition*;
 
 // Root of the file classes and of the pointer-array containers.
@@ -57,6 +61,7 @@ DORVIK_API std::size_t DorvikSetBlockLimit(std::size_t limit);
 // operation; the default handler writes it as one line on standard error. Returns 1
 // (IDOK). Handler and sink are process-wide and may be replaced from any thread.
 DORVIK_API int AfxMessageBox(const char* text, UINT type = 0, UINT help = 0);
+// The message handler: gets AfxMessageBox's arguments and returns its result.
 using AfxMessageHandler = int (*)(const char* text, UINT type, UINT help);
 // Replaces the message handler (null restores the default); returns the previous one.
 DORVIK_API AfxMessageHandler AfxSetMessageHandler(AfxMessageHandler handler);
@@ -64,6 +69,7 @@ DORVIK_API AfxMessageHandler AfxSetMessageHandler(AfxMessageHandler handler);
 // Diagnostic output, printf-style. The sink gets each formatted text; the default
 // sink writes to standard error in debug builds and is silent in release builds.
 DORVIK_API void AfxTrace(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// The trace sink: gets each formatted text.
 using AfxTraceSink = void (*)(const char* text);
 // Replaces the trace sink (null restores the default); returns the previous one.
 DORVIK_API AfxTraceSink AfxSetTraceSink(AfxTraceSink sink);

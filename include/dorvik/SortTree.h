@@ -23,19 +23,19 @@ DORVIK_API int GetRecordValue(const void* record, int size);
 class DORVIK_API CInt {
 public:
     CInt() = default;
-    CInt(int value) : m_nValue(value) {}
-    CInt(const CInt&) = default;
-    CInt& operator=(const CInt&) = default;
-    void operator=(int value) { m_nValue = value; }
-    bool operator==(int value) const { return m_nValue == value; }
+    CInt(int value) : m_nValue(value) {}                            // the key `value`
+    CInt(const CInt&) = default;                                    // copies the value
+    CInt& operator=(const CInt&) = default;                         // copies the value
+    void operator=(int value) { m_nValue = value; }                 // sets the value
+    bool operator==(int value) const { return m_nValue == value; }  // compares the value
     // 0 when equal, 1 when this value is greater, -1 when less; signed.
     int Compare(int value) const { return m_nValue == value ? 0 : (m_nValue > value ? 1 : -1); }
     int Compare(const CInt& other) const { return Compare(other.m_nValue); }
     // The address of the value (4 bytes, host order); the argument is not used.
     char* GetBuffer(int = 0) { return reinterpret_cast<char*>(&m_nValue); }
-    int GetLength() const { return 4; }
+    int GetLength() const { return 4; }  // the size of the value
 
-    int m_nValue = 0;
+    int m_nValue = 0;  // the key
 };
 
 // A key over bytes it does not own: copying copies the pointer. Orders by unsigned
@@ -44,15 +44,16 @@ public:
 class DORVIK_API CBuffer {
 public:
     CBuffer() = default;
+    // The key over `length` bytes at `buffer`.
     CBuffer(unsigned char* buffer, int length) : m_pBuffer(buffer), m_nLength(length) {}
-    CBuffer(const CBuffer&) = default;
-    CBuffer& operator=(const CBuffer&) = default;
+    CBuffer(const CBuffer&) = default;             // copies the pointer
+    CBuffer& operator=(const CBuffer&) = default;  // copies the pointer
     // Negative, 0 or positive, as described above.
     int Compare(const CBuffer& other) const {
         return CompareBytes(m_pBuffer, m_nLength, other.m_pBuffer, other.m_nLength);
     }
-    bool operator==(const CBuffer& other) const { return Compare(other) == 0; }
-    int GetLength() const { return m_nLength; }
+    bool operator==(const CBuffer& other) const { return Compare(other) == 0; }  // Compare gives 0
+    int GetLength() const { return m_nLength; }  // the key's length in bytes
     // The pointer; the argument is not used.
     char* GetBuffer(int = 0) { return reinterpret_cast<char*>(m_pBuffer); }
 
@@ -68,8 +69,8 @@ public:
         return lengthA == lengthB ? 0 : (lengthA < lengthB ? -1 : 1);
     }
 
-    unsigned char* m_pBuffer = nullptr;
-    int m_nLength = 0;
+    unsigned char* m_pBuffer = nullptr;  // the bytes, not owned
+    int m_nLength = 0;                   // their number
 };
 
 // The key of the text file's sort tree (internal to the library): a record inside a
@@ -78,20 +79,22 @@ public:
 class CBufferRef {
 public:
     CBufferRef() = default;
+    // The key over `length` bytes at `offset` in the image that `*image` points to.
     CBufferRef(char** image, int offset, int length)
         : m_ppImage(image), m_nOffset(offset), m_nLength(length) {}
-    CBufferRef(const CBufferRef&) = default;
-    CBufferRef& operator=(const CBufferRef&) = default;
+    CBufferRef(const CBufferRef&) = default;             // copies the reference
+    CBufferRef& operator=(const CBufferRef&) = default;  // copies the reference
+    // Negative, 0 or positive, as CBuffer::Compare.
     int Compare(const CBufferRef& other) const {
         return CBuffer::CompareBytes(Bytes(), m_nLength, other.Bytes(), other.m_nLength);
     }
-    int GetLength() const { return m_nLength; }
+    int GetLength() const { return m_nLength; }  // the key's length in bytes
     // The image start plus the offset; the argument is not used.
     char* GetBuffer(int = 0) { return const_cast<char*>(Bytes()); }
 
-    char** m_ppImage = nullptr;
-    int m_nOffset = 0;
-    int m_nLength = 0;
+    char** m_ppImage = nullptr;  // where the image start is read
+    int m_nOffset = 0;           // the key's offset in the image
+    int m_nLength = 0;           // its length
 
 private:
     const char* Bytes() const {
@@ -104,8 +107,10 @@ private:
 class DORVIK_API CIXRecord {
 public:
     CIXRecord() = default;
+    // The record `id` of `size` bytes at `buffer`.
     CIXRecord(int id, unsigned char* buffer, int size)
         : m_nID(id), m_pBuffer(buffer), m_nSize(size) {}
+    // Copies take the three fields; the bytes stay shared.
     CIXRecord(const CIXRecord&) = default;
     void operator=(const CIXRecord& other) {
         m_nID = other.m_nID;
@@ -114,7 +119,7 @@ public:
     }
     // 1 when there are no bytes (null pointer), else 0.
     int IsEmpty() const { return m_pBuffer ? 0 : 1; }
-    int GetID() const { return m_nID; }
+    int GetID() const { return m_nID; }  // the id
     // 1 when the first m_nSize bytes (this record's size) of both are equal; ids are
     // not compared. Two null records are equal; a null and a non-null one are not.
     int operator==(const CIXRecord& other) const {
@@ -133,9 +138,9 @@ public:
                                                                                              : 0;
     }
 
-    int m_nID = 0;
-    unsigned char* m_pBuffer = nullptr;
-    int m_nSize = 0;
+    int m_nID = 0;                       // the id
+    unsigned char* m_pBuffer = nullptr;  // the bytes, not owned; null for none
+    int m_nSize = 0;                     // the record size in bytes
 };
 
 // An ordered, unbalanced binary tree of keys with integer ids. It hands the ids back
@@ -160,7 +165,7 @@ public:
         CSortTreeNode* m_pParent = nullptr;  // null at the root
         CSortTreeNode* m_pLeft = nullptr;    // smaller keys
         CSortTreeNode* m_pRight = nullptr;   // larger keys
-        KEY m_Key{};
+        KEY m_Key{};                         // the key
         // 1 when made; in a count-only tree raised by every repeat of the key.
         int m_nOccurrences = 0;
         // The id given with the first insertion of the key.

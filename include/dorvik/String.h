@@ -10,21 +10,22 @@ namespace dorvik::classic {
 class DORVIK_API CString {
 public:
     CString() = default;
-    CString(const CString&) = default;
-    CString(CString&&) noexcept = default;
+    CString(const CString&) = default;      // copies the bytes
+    CString(CString&&) noexcept = default;  // takes over the bytes
     CString(const char* text);              // null gives the empty string
     CString(const char* text, int length);  // `length` bytes, NULs included
     ~CString() = default;
 
-    CString& operator=(const CString&) = default;
-    CString& operator=(CString&&) noexcept = default;
-    CString& operator=(const char* text);
+    CString& operator=(const CString&) = default;      // copies the bytes
+    CString& operator=(CString&&) noexcept = default;  // takes over the bytes
+    CString& operator=(const char* text);              // null gives the empty string
 
+    // The NUL-terminated bytes, valid until the string changes.
     operator const char*() const { return m_s.c_str(); }
-    int GetLength() const { return static_cast<int>(m_s.size()); }
-    bool IsEmpty() const { return m_s.empty(); }
-    void Empty() { m_s.clear(); }
-    // The byte at `index`; 0 outside 0 .. length - 1.
+    int GetLength() const { return static_cast<int>(m_s.size()); }  // in bytes, NULs included
+    bool IsEmpty() const { return m_s.empty(); }                    // true for length 0
+    void Empty() { m_s.clear(); }                                   // makes the string empty
+    // GetAt and operator[]: the byte at `index`; 0 outside 0 .. length - 1.
     char operator[](int index) const { return GetAt(index); }
     char GetAt(int index) const;
 
@@ -40,23 +41,25 @@ public:
     int Find(const char* text) const { return Find(text, 0); }
     int Find(const char* text, int start) const;
 
-    // Substrings; counts beyond the string are clamped.
+    // Left, Right and Mid give substrings; counts beyond the string are clamped.
     CString Left(int count) const;
     CString Right(int count) const;
     CString Mid(int first) const;
     CString Mid(int first, int count) const;
 
-    void TrimLeft();  // white space: blank, \t, \n, \v, \f, \r
-    void TrimRight();
+    void TrimLeft();                         // white space: blank, \t, \n, \v, \f, \r
+    void TrimRight();                        // white space, as TrimLeft
     void TrimRight(const char* characters);  // any of the given bytes
 
+    // Replaces the content with the printf-style result (empty on a format error).
     void Format(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
+    // Appends; a null text appends nothing.
     CString& operator+=(const CString& text);
     CString& operator+=(char c);
     CString& operator+=(const char* text);
 
-    const std::string& str() const { return m_s; }
+    const std::string& str() const { return m_s; }  // the bytes as a std::string
 
 private:
     std::string m_s;

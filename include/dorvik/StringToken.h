@@ -68,9 +68,9 @@ public:
     static char* Find(const char* text, const char* textDelimiters, const char* what,
                       const char* whatDelimiters, bool whole);
 
-    bool m_bDelimiters = false;
-    bool m_bEmpty = false;
-    bool m_bWholeDelimiter = false;
+    bool m_bDelimiters = false;      // delimiters are tokens too
+    bool m_bEmpty = false;           // empty tokens between delimiters in a row
+    bool m_bWholeDelimiter = false;  // the delimiter string is matched as a whole
 
 protected:
     // Where the scan goes on: the byte replaced by a zero; null at the end.

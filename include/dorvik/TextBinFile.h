@@ -69,7 +69,7 @@ public:
     // Attaches an index file (null detaches); stores the pointer and nothing else. The
     // index file stays the caller's.
     void SetIndexFile(CIXFile* index) { m_pIndexFile = index; }
-    CIXFile* GetIndexFile() const { return m_pIndexFile; }
+    CIXFile* GetIndexFile() const { return m_pIndexFile; }  // null when none
     // Replaces the filter by a copy of `length` bytes of `bits` (bit p set: view position
     // p belongs to the view); null bits or a length of 0 removes it, and a negative
     // length leaves an empty filter, an empty view. Ignored in sort-tree mode, where the

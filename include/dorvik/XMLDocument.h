@@ -95,8 +95,9 @@ public:
     // The top of the tree, owned by the document; null when nothing is loaded.
     CXMLNode* GetDocumentNode() const { return m_pDocumentNode; }
 
-    // Whether the nodes of the next load keep their children by name as well (see
-    // CXMLNode::Find). It acts on the next load, not on the nodes that exist.
+    // SetNoRepeatedBrothers and GetNoRepeatedBrothers: whether the nodes of the next
+    // load keep their children by name as well (see CXMLNode::Find). It acts on the
+    // next load, not on the nodes that exist.
     void SetNoRepeatedBrothers(bool on) { m_bNoRepeatedBrothers = on; }
     bool GetNoRepeatedBrothers() const { return m_bNoRepeatedBrothers; }
 

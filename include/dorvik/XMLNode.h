@@ -68,15 +68,16 @@ public:
     void FreeNode();
 
     // ---- Own values ----
-    CString GetName() const { return m_strName; }
+    CString GetName() const { return m_strName; }  // the element name
     // Sets the name. When the parent keeps its children by name, the parent's map then
     // finds this node under the new name (replacing any brother of that name, as AddNode
     // does) and no longer under the old one; this node's own map of its children is
     // left alone, as the children keep their names.
     void SetName(const char* name);
+    // GetText and SetText: the text the element holds (a null text is empty).
     CString GetText() const { return m_strText; }
     void SetText(const char* text) { m_strText = text; }
-    // A word for the caller; the library never looks at it.
+    // GetData and SetData: a word for the caller; the library never looks at it.
     DWORD GetData() const { return m_dwData; }
     void SetData(DWORD data) { m_dwData = data; }
     // The parent; null for a document node and for a node in no tree.
@@ -96,24 +97,25 @@ public:
     void GetAttribute(const char* name, int& value) const;
     // atoi of the value; `defaultValue` if there is none.
     int GetAttributeValue(const char* name, int defaultValue) const;
-    bool IsAttribute(const char* name) const;
+    bool IsAttribute(const char* name) const;  // true when the attribute is set
     // Sets or replaces.
     void SetAttribute(const char* name, const char* value);
     // The same, with the value formatted by "%d" (-5 is stored as "-5").
     void SetAttribute(const char* name, int value);
     // True when the attribute existed.
     bool RemoveAttribute(const char* name);
-    void RemoveAttributes();
-    int GetAttributeCount() const;
-    // Iteration, as CMapStringToString gives it: null when there are none; the position
-    // is null after the last attribute.
+    void RemoveAttributes();        // removes all attributes
+    int GetAttributeCount() const;  // the number of attributes
+    // GetAttributeStartPosition and GetAttributeNextAssoc iterate as CMapStringToString
+    // does: the start is null when there are none; the position is null after the last
+    // attribute.
     POSITION GetAttributeStartPosition() const;
     void GetAttributeNextAssoc(POSITION& position, CString& name, CString& value) const;
 
     // ---- Children ----
-    int GetLength() const { return m_Children.GetSize(); }
-    bool HasChildNodes() const { return GetLength() > 0; }
-    // The child at `index`, or null when `index` is out of range.
+    int GetLength() const { return m_Children.GetSize(); }  // the number of children
+    bool HasChildNodes() const { return GetLength() > 0; }  // true when there is a child
+    // GetChild and operator[]: the child at `index`, or null when `index` is out of range.
     CXMLNode* GetChild(int index) const { return static_cast<CXMLNode*>(m_Children.GetAt(index)); }
     CXMLNode* operator[](int index) const { return GetChild(index); }
     // Positions are child indexes, so the first one is null. GetNextChild gives the

@@ -50,8 +50,9 @@ public:
 
     // The characters dropped so far, by code point.
     const std::map<char32_t, std::uint64_t>& dropped() const noexcept { return dropped_; }
-    // Characters dropped, and characters mapped to another (a hamza joined to the letter
-    // before it counts once, as mapped), since construction.
+    // dropped_count and mapped_count: characters dropped, and characters mapped to
+    // another (a hamza joined to the letter before it counts once, as mapped), since
+    // construction.
     std::uint64_t dropped_count() const noexcept { return dropped_count_; }
     std::uint64_t mapped_count() const noexcept { return mapped_count_; }
 
@@ -85,18 +86,22 @@ __attribute__((visibility("default"))) std::string strip_marks(std::string_view 
 // Counts add up with +=, so a long text may be compared piece by piece (each piece
 // ending at a word end).
 struct __attribute__((visibility("default"))) MarkErrors {
+    // words, letters, wrong_words and wrong_letters: the counts, as defined above.
     std::uint64_t words = 0;
     std::uint64_t letters = 0;
     std::uint64_t wrong_words = 0;
     std::uint64_t wrong_letters = 0;
     std::uint64_t letters_but_last = 0;      // letters less the last of each word
     std::uint64_t wrong_words_but_last = 0;  // words wrong in a letter but the last
+    // Wrong letters less the last of each word.
     std::uint64_t wrong_letters_but_last = 0;
     std::uint64_t bare_words = 0;  // restored words without any mark (often: not known)
 
-    // The rates as fractions from 0 to 1; 0 when nothing was counted.
+    // word_error_rate and diacritic_error_rate: the rates as fractions from 0 to 1; 0
+    // when nothing was counted. `case_ending` false leaves the last letters out.
     double word_error_rate(bool case_ending = true) const noexcept;
     double diacritic_error_rate(bool case_ending = true) const noexcept;
+    // Adds every count of `other`.
     MarkErrors& operator+=(const MarkErrors& other) noexcept;
 };
 

@@ -53,6 +53,7 @@ namespace dorvik {
 
 // ---- Errors ------------------------------------------------------------------------
 
+// What went wrong: the kind of an Error (Error::code()).
 enum class ErrorCode {
     io,                   // a read, write, close or sync failed (see os_error())
     not_found,            // the file or folder does not exist
@@ -72,8 +73,10 @@ enum class ErrorCode {
 // or "not found: /data/a.bin (No such file or directory)".
 class __attribute__((visibility("default"))) Error : public std::runtime_error {
 public:
+    // `message` becomes what(); the library composes it as shown above.
     Error(ErrorCode code, const std::string& message, std::filesystem::path path = {},
           int os_error = 0);
+    // The kind of failure.
     ErrorCode code() const noexcept { return code_; }
     // The file or folder the failure concerns; empty when none does.
     const std::filesystem::path& path() const noexcept { return path_; }
@@ -131,6 +134,7 @@ public:
     // and becomes one when opened for writing), invalid_argument (read_only with create,
     // truncate or bulk), or the OS failure.
     explicit RecordFile(const std::filesystem::path& path, OpenOptions options = {});
+    // Takes over the file of `other`, which is left closed.
     RecordFile(RecordFile&& other) noexcept;
     // Closes this object first, dropping errors of that close.
     RecordFile& operator=(RecordFile&& other) noexcept;
@@ -140,6 +144,7 @@ public:
     // Writes what is owed (the table in bulk mode) and closes. Throws Error when that
     // fails; the object is closed either way. A closed object stays closed.
     void close();
+    // False for a closed or moved-from object.
     bool is_open() const noexcept;
     // The path given at opening; empty for a closed object.
     const std::filesystem::path& path() const noexcept;
@@ -157,6 +162,7 @@ public:
     std::size_t record_size(std::size_t index) const;
     // A copy of record `index`: one read.
     std::vector<std::byte> read(std::size_t index);
+    // The same copy as a string.
     std::string read_string(std::size_t index);
     // Copies the first min(record_size(index), buffer.size()) bytes of the record into
     // `buffer` and returns the record's full length: a result above buffer.size() means
@@ -189,15 +195,20 @@ public:
     iterator begin();
     std::default_sentinel_t end() const noexcept { return {}; }
 
+    // An input iterator over the records; compares equal to end() past the last one.
     class __attribute__((visibility("default"))) iterator {
     public:
+        // The traits of an input_iterator: value_type, difference_type, iterator_concept.
         using value_type = std::span<const std::byte>;
         using difference_type = std::ptrdiff_t;
         using iterator_concept = std::input_iterator_tag;
 
         iterator() = default;
+        // The record under the iterator.
         std::span<const std::byte> operator*() const noexcept { return record_; }
+        // Its index.
         std::size_t index() const noexcept { return index_; }
+        // operator++ reads the next record; operator== against end() is true past the last.
         iterator& operator++();
         void operator++(int) { ++*this; }
         friend bool operator==(const iterator& it, std::default_sentinel_t) noexcept {
@@ -230,15 +241,20 @@ private:
 class __attribute__((visibility("default"))) BitSet {
 public:
     class iterator;
+    // The highest bit a set can hold (2^31 - 1).
     static constexpr std::uint32_t max_bit = 0x7FFFFFFF;
 
     // The empty set; allocates nothing.
     BitSet() noexcept;
+    // The set of `bits`. Throws Error(out_of_range) for a bit above max_bit.
     BitSet(std::initializer_list<std::uint32_t> bits);
+    // A copy of `other`'s bitmap.
     BitSet(const BitSet& other);
     // The moved-from set is empty.
     BitSet(BitSet&& other) noexcept;
+    // Becomes a copy of `other`; on failure this set stays as it was.
     BitSet& operator=(const BitSet& other);
+    // The moved-from set is empty.
     BitSet& operator=(BitSet&& other) noexcept;
     ~BitSet();
 
@@ -260,6 +276,7 @@ public:
     void set(std::uint32_t bit);
     // Removes `bit`; never grows.
     void reset(std::uint32_t bit) noexcept;
+    // test and contains: whether `bit` is in the set; false above max_bit.
     bool test(std::uint32_t bit) const noexcept;
     bool contains(std::uint32_t bit) const noexcept { return test(bit); }
     // Empties the set and releases its memory.
@@ -267,8 +284,9 @@ public:
 
     // The number of bits in the set: a word-at-a-time count of the bitmap on every call.
     std::size_t count() const noexcept;
+    // True when no bit is set.
     bool empty() const noexcept;
-    // The lowest and the highest bit; empty for the empty set.
+    // first() and last(): the lowest and the highest bit; empty for the empty set.
     std::optional<std::uint32_t> first() const noexcept;
     std::optional<std::uint32_t> last() const noexcept;
 
@@ -289,13 +307,18 @@ public:
     iterator begin() const noexcept;
     iterator end() const noexcept;
 
+    // A forward iterator over the bits in rising order; end() is the iterator past the
+    // highest bit.
     class __attribute__((visibility("default"))) iterator {
     public:
+        // The traits of a forward_iterator: value_type, difference_type, iterator_concept.
         using value_type = std::uint32_t;
         using difference_type = std::ptrdiff_t;
         using iterator_concept = std::forward_iterator_tag;
 
         iterator() = default;
+        // operator* gives the bit; operator++ goes to the next set bit (a word-at-a-time
+        // scan); operator== compares positions.
         std::uint32_t operator*() const noexcept { return static_cast<std::uint32_t>(bit_); }
         iterator& operator++() noexcept;
         iterator operator++(int) noexcept {
@@ -332,12 +355,17 @@ private:
 // same options, errors and safety. Movable, not copyable. One thread at a time.
 class __attribute__((visibility("default"))) PostingsFile {
 public:
+    // A closed object.
     PostingsFile() noexcept;
+    // Opens `path`; options and errors as RecordFile's.
     explicit PostingsFile(const std::filesystem::path& path, OpenOptions options = {});
+    // Takes over the file of `other`, which is left closed.
     PostingsFile(PostingsFile&& other) noexcept;
+    // Closes this object first, dropping errors of that close.
     PostingsFile& operator=(PostingsFile&& other) noexcept;
     ~PostingsFile();
 
+    // close, is_open, path and flush: as RecordFile's.
     void close();
     bool is_open() const noexcept;
     const std::filesystem::path& path() const noexcept;
@@ -350,10 +378,11 @@ public:
     std::size_t size() const;
     // The documents of `term`: one read and an expansion. A term past size() has none.
     BitSet read(std::size_t term);
-    // The union or intersection of the records of `terms` (any order, repeats allowed;
-    // terms past size() count as empty). An intersection stops at the first empty
-    // result and never expands a record beyond the result so far. Intersecting no term
-    // gives the empty set. Throws Error(out_of_range) for a term above 2^31 - 1.
+    // unite and intersect: the union or intersection of the records of `terms` (any
+    // order, repeats allowed; terms past size() count as empty). An intersection stops
+    // at the first empty result and never expands a record beyond the result so far.
+    // Intersecting no term gives the empty set. Throws Error(out_of_range) for a term
+    // above 2^31 - 1.
     BitSet unite(std::span<const std::size_t> terms);
     BitSet intersect(std::span<const std::size_t> terms);
     // Appends a record; returns its term. Cost: one compression and one write.
@@ -377,12 +406,15 @@ private:
 // at a time.
 class __attribute__((visibility("default"))) Indexer {
 public:
+    // How save() treats the records already in the file.
     enum class Merge {
         replace,  // the file gets exactly the collected postings
         unite     // each record becomes the union of its old and its collected documents
     };
 
     Indexer() noexcept;
+    // Takes over the postings of `other`, which is left empty; the assignment first drops
+    // this indexer's own postings and temporary file.
     Indexer(Indexer&& other) noexcept;
     Indexer& operator=(Indexer&& other) noexcept;
     // Removes the temporary file.
@@ -441,7 +473,9 @@ public:
     // (a path whose extension is ".sort", ".wild" or ".freq", or read_only combined with
     // another option), and the OS failure.
     explicit Dictionary(const std::filesystem::path& path, OpenOptions options = {});
+    // Takes over the dictionary of `other`, which is left closed.
     Dictionary(Dictionary&& other) noexcept;
+    // Closes this object first, dropping errors of that close.
     Dictionary& operator=(Dictionary&& other) noexcept;
     // Closes; errors are dropped (words gathered in bulk mode may then be lost, and the
     // wildcard index missing until the next writable open and close).
@@ -453,7 +487,9 @@ public:
     // Writes the words that bulk mode gathered and, when words came in since it was
     // written, the wildcard index; the dictionary stays open in its mode.
     void flush();
+    // False for a closed or moved-from object.
     bool is_open() const noexcept;
+    // The path given at opening; empty for a closed object.
     const std::filesystem::path& path() const noexcept;
 
     // Every call below throws Error(closed) on a closed object and the OS failure.
@@ -493,16 +529,21 @@ public:
     iterator begin();
     std::default_sentinel_t end() const noexcept { return {}; }
 
+    // An input iterator over the words in sorted order; compares equal to end() past the
+    // last one.
     class __attribute__((visibility("default"))) iterator {
     public:
+        // The traits of an input_iterator: value_type, difference_type, iterator_concept.
         using value_type = std::string;
         using difference_type = std::ptrdiff_t;
         using iterator_concept = std::input_iterator_tag;
 
         iterator() = default;
+        // The word under the iterator, valid until it moves.
         const std::string& operator*() const noexcept { return word_; }
         // The id of the word under the iterator.
         std::size_t id() const noexcept { return id_; }
+        // operator++ reads the next word; operator== against end() is true past the last.
         iterator& operator++();
         void operator++(int) { ++*this; }
         friend bool operator==(const iterator& it, std::default_sentinel_t) noexcept {
@@ -573,7 +614,9 @@ public:
     class Stream;
     class Builder;
 
+    // The names of the folder's files.
     struct Files {
+        // forms, sorted, wildcards, frequencies and manifest: as listed above.
         static constexpr std::string_view forms = "forms.bin";
         static constexpr std::string_view sorted = "forms.sort";
         static constexpr std::string_view wildcards = "forms.wild";
@@ -585,12 +628,17 @@ public:
     // show here: Error(not_found) with the path of the missing file, Error(invalid_file)
     // for a forms.bin or forms.wild that is no record file.
     explicit Diacritizer(const std::filesystem::path& folder);
+    // Copies share the open folder and its working sets.
     Diacritizer(const Diacritizer&) noexcept;
+    // The moved-from diacritizer is closed.
     Diacritizer(Diacritizer&&) noexcept;
+    // Copies share the open folder and its working sets.
     Diacritizer& operator=(const Diacritizer&) noexcept;
+    // The moved-from diacritizer is closed.
     Diacritizer& operator=(Diacritizer&&) noexcept;
     ~Diacritizer();
 
+    // The folder given at opening; empty for a closed diacritizer.
     const std::filesystem::path& folder() const noexcept;
     // The number of forms.
     std::size_t size() const noexcept;
@@ -603,9 +651,11 @@ public:
     // A stream over this diacritizer (which it keeps open, also past this object).
     Stream stream() const;
 
+    // One result of forms().
     struct Form {
         std::string text;    // the marked form, in UTF-8
         std::size_t id = 0;  // its number in forms.bin
+        // Its entry in forms.freq.
         std::uint32_t frequency = 0;
     };
     // The forms that match `pattern` (Dictionary::match_ids() says how patterns read),
@@ -625,6 +675,7 @@ public:
     // L bytes, whatever the input. One thread at a time.
     class __attribute__((visibility("default"))) Stream {
     public:
+        // The moved-from stream is closed: its calls throw Error(closed).
         Stream(Stream&&) noexcept;
         Stream& operator=(Stream&&) noexcept;
         ~Stream();
@@ -652,6 +703,8 @@ public:
     public:
         // Creates `folder` when missing. Throws Error from the file system.
         explicit Builder(const std::filesystem::path& folder);
+        // The moved-from builder is closed: its calls throw Error(closed). The assignment
+        // first removes what this builder built.
         Builder(Builder&&) noexcept;
         Builder& operator=(Builder&&) noexcept;
         // Without finish(): removes what was built; the folder stays as it was.

@@ -13,6 +13,7 @@
 
 namespace dorvik {
 
+// The kinds of file inspect() tells apart.
 enum class FileKind {
     unknown,                 // no file of the engine (or a damaged one: see problem)
     record_file,             // records of any bytes (RecordFile)
@@ -31,20 +32,24 @@ __attribute__((visibility("default"))) std::string_view to_string(FileKind kind)
 
 // What inspect() found. Counts that do not apply to the kind stay 0.
 struct FileSummary {
+    // kind and valid: what the file is, and whether every check passed.
     FileKind kind = FileKind::unknown;
     bool valid = false;
     std::string problem;        // why the file is not valid; empty when it is
     std::uint64_t bytes = 0;    // the file's length
     std::uint64_t records = 0;  // records of the top level, or integers
+    // Records of the top level that are empty.
     std::uint64_t empty_records = 0;
     std::uint64_t data_bytes = 0;  // bytes of all records of the top level
     std::uint64_t shortest = 0;    // the shortest and longest non-empty record (bytes)
+    // The longest non-empty record (bytes).
     std::uint64_t longest = 0;
     std::uint64_t depth = 0;        // levels of record files inside records: 0 for flat
     std::uint64_t leaves = 0;       // records of the deepest level (nested files)
     std::uint64_t bit_sets = 0;     // non-empty bit sets (records or leaves)
     std::uint64_t set_bits = 0;     // bits set in all of them
     std::uint64_t fewest_bits = 0;  // per non-empty bit set
+    // The most bits set in one bit set.
     std::uint64_t most_bits = 0;
     std::uint64_t highest_bit = 0;  // the highest bit set anywhere, when bit_sets > 0
     unsigned record_size = 0;       // integer files: bytes per integer
@@ -52,6 +57,7 @@ struct FileSummary {
     std::int64_t largest = 0;       // frequency files too), when records > 0
 };
 
+// How inspect() reads a file.
 struct InspectOptions {
     // A file that is no record file is taken as an integer file of this many bytes per
     // integer (1 to 4); 0: only when its name says so (".sort", ".freq": 4 bytes).
