@@ -1,12 +1,18 @@
 // Helpers shared by the benchmarks.
 #pragma once
 
+#include <roaring/roaring.h>
 #include <sys/resource.h>
 
+#include <cstddef>
+#include <cstdint>
+#include <random>
 #include <string>
+#include <vector>
 
 // A path for a benchmark's scratch file.
 inline std::string BenchPath(const char* name) { return std::string("/tmp/dorvik-bench-") + name; }
+inline std::string BenchPath(const std::string& name) { return BenchPath(name.c_str()); }
 
 // The peak resident memory of the process so far, in MiB. Run one benchmark alone
 // (--benchmark_filter) to read it for that benchmark.
@@ -15,3 +21,27 @@ inline double PeakMegabytes() {
     getrusage(RUSAGE_SELF, &usage);
     return static_cast<double>(usage.ru_maxrss) / 1024.0;
 }
+
+// A plain bitmap of `bytes` bytes in which each bit is set with probability `density`
+// (0.5 and above: uniform random bytes), from a fixed seed.
+inline std::vector<unsigned char> RandomBitmap(std::size_t bytes, double density, unsigned seed) {
+    std::vector<unsigned char> out(bytes, 0);
+    std::mt19937_64 random(seed);
+    if (density >= 0.5) {
+        std::size_t i = 0;
+        for (; i + 8 <= bytes; i += 8) {
+            std::uint64_t w = random();
+            for (int k = 0; k < 8; ++k) out[i + k] = static_cast<unsigned char>(w >> (8 * k));
+        }
+        for (; i < bytes; ++i) out[i] = static_cast<unsigned char>(random());
+        return out;
+    }
+    std::geometric_distribution<long> gap(density);
+    long bits = static_cast<long>(bytes) * 8;
+    for (long bit = gap(random); bit < bits; bit += 1 + gap(random))
+        out[static_cast<std::size_t>(bit >> 3)] |= static_cast<unsigned char>(1u << (bit & 7));
+    return out;
+}
+
+// The bits of a plain bitmap as a CRoaring bitmap (BitArrayBench.cpp).
+roaring_bitmap_t* ToRoaring(const unsigned char* bytes, std::size_t n);

@@ -13,6 +13,7 @@
 
 #include "dorvik/Exceptions.h"
 #include "dorvik/Platform.h"
+#include "frame/Block.h"
 
 namespace {
 std::atomic<std::size_t> g_blockLimit{SIZE_MAX};
@@ -27,6 +28,17 @@ void* GrabBlock(std::size_t size) {
     std::memset(block, 0, malloc_usable_size(block));
     return block;
 }
+
+namespace dorvik {
+void* GrabUnfilledBlock(std::size_t size) {
+    if (OverLimit(size)) return nullptr;
+    void* block = std::malloc(size ? size : 1);
+    if (!block) return nullptr;
+    std::size_t usable = malloc_usable_size(block);
+    if (usable > size) std::memset(static_cast<char*>(block) + size, 0, usable - size);
+    return block;
+}
+}  // namespace dorvik
 
 void* RegrowBlock(void* block, std::size_t size) {
     if (!block) {

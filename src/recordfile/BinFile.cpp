@@ -239,9 +239,11 @@ void CBinFile::GetRecords(int first, int last, unsigned char*& buffer, int& leng
     }
     if (allocate) {
         // Handed out only once the read succeeded: a failure leaves no block behind.
-        dorvik::Block<> held = dorvik::GrabOrThrow(n + 1);
+        // The read fills the block; what a short read leaves, and the last byte, read 0.
+        dorvik::Block<> held = dorvik::GrabUnfilledOrThrow(n + 1);
         Seek(static_cast<LONG>(start), begin);
-        Read(held.get(), n);
+        UINT got = Read(held.get(), n);
+        std::memset(held.get() + got, 0, n + 1 - got);
         buffer = held.release();
         length = static_cast<int>(n);
         return;
