@@ -1,6 +1,7 @@
 // Diacritization by dictionary look-up over the wildcard index.
 #include "dorvik/Diacritize.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -8,6 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "bits/Words.h"
 #include "dorvik/BitArray.h"
 #include "dorvik/IXFile.h"
 #include "dorvik/MemNDimBinFile.h"
@@ -62,45 +64,87 @@ bool Lookup(CString& word, CTextBinFile& dictionary, CNDimBitsBinFile& index, Fr
     return Choose(word, dictionary, hits, frequency);
 }
 
-// The wildcard index held in memory for one call, each cell expanded once. A cell is
-// handed out whole whatever limit is asked: the search only ANDs it into a set no
-// longer than that limit, so the result is the same.
-class CachedIndex : public CMemNDimBitsBinFile {
+// The wildcard index held in memory for one call, each cell expanded once into 64-bit
+// words, with the number of its words.
+class CellCache {
 public:
-    explicit CachedIndex(const char* path) : CMemNDimBitsBinFile(path, 0) {}
+    struct Cell {
+        std::vector<std::uint64_t> bits;  // bit n is bit n % 64 of bits[n / 64]
+        std::size_t count = 0;
+    };
 
-    using CMemNDimBitsBinFile::GetRecord;
+    explicit CellCache(const char* path) : m_index(path, 0) {}
 
-    void GetRecord(int dim, int* indices, CBitArray& bits, int limit) override {
-        if (dim != 2) {
-            CMemNDimBitsBinFile::GetRecord(dim, indices, bits, limit);
-            return;
-        }
+    // The cell (levelKey, byte); null when it holds no word.
+    const Cell* Get(int levelKey, int byte) {
         std::uint64_t key =
-            (static_cast<std::uint64_t>(static_cast<std::uint32_t>(indices[0])) << 32) |
-            static_cast<std::uint32_t>(indices[1]);
+            (static_cast<std::uint64_t>(static_cast<std::uint32_t>(levelKey)) << 32) |
+            static_cast<std::uint32_t>(byte);
         auto at = m_cells.find(key);
-        if (at == m_cells.end()) {
-            unsigned char* block = nullptr;
-            int length = 0;
-            CMemNDimBitsBinFile::GetRecord(dim, indices, block, length, -1);
-            at = m_cells.emplace(key, std::vector<unsigned char>(block, block + length)).first;
-            DropBlock(block);
-        }
-        const std::vector<unsigned char>& cell = at->second;
-        bits.SetCompressed(false);
-        if (cell.empty()) {
-            bits.FreeBuffer();
-            return;
-        }
-        dorvik::Block<> copy = dorvik::GrabOrThrow(cell.size());
-        std::memcpy(copy.get(), cell.data(), cell.size());
-        bits.Attach(copy.release(), static_cast<int>(cell.size()));
+        if (at == m_cells.end()) at = m_cells.emplace(key, Load(levelKey, byte)).first;
+        return at->second.count ? &at->second : nullptr;
     }
 
 private:
-    std::unordered_map<std::uint64_t, std::vector<unsigned char>> m_cells;
+    Cell Load(int levelKey, int byte) {
+        int path[] = {levelKey, byte};
+        unsigned char* block = nullptr;
+        int length = 0;
+        m_index.CNDimBitsBinFile::GetRecord(2, path, block, length, -1);
+        dorvik::Block<> hold = dorvik::Hold(block);
+        Cell cell;
+        cell.bits.resize((static_cast<std::size_t>(length) + 7) / 8);
+        for (std::size_t w = 0; w < cell.bits.size(); ++w)
+            cell.bits[w] = dorvik::bits::LoadWord(block, static_cast<std::size_t>(length), 8 * w);
+        for (std::uint64_t w : cell.bits) cell.count += static_cast<std::size_t>(std::popcount(w));
+        return cell;
+    }
+
+    CMemNDimBitsBinFile m_index;
+    std::unordered_map<std::uint64_t, Cell> m_cells;
 };
+
+// The records that the wildcard search gives for `word` (which holds no wildcard) in
+// rising order, found on the cached cells: the two with the fewest words are ANDed a
+// word at a time, and each record left is tested in the others. The same cells as the
+// search takes: one per letter and mark at its level, and the letter count.
+std::vector<int> Hits(const CString& word, CellCache& cells) {
+    std::vector<const CellCache::Cell*> needed;
+    int p = 0, r = 0;
+    for (const unsigned char* q = reinterpret_cast<const unsigned char*>(word.str().c_str()); *q;
+         ++q) {
+        bool mark = std::memchr(DiacriticMarks, *q, 8) != nullptr;
+        int levelKey = mark ? 2 * p + r + 1 : p + 1;
+        if (mark) {
+            ++r;
+        } else {
+            ++p;
+            r = 0;
+        }
+        needed.push_back(cells.Get(levelKey, *q));
+    }
+    needed.push_back(cells.Get(0, p));
+    std::vector<int> hits;
+    for (const auto* cell : needed)
+        if (!cell) return hits;
+    std::sort(needed.begin(), needed.end(),
+              [](const auto* a, const auto* b) { return a->count < b->count; });
+    const auto& first = needed[0]->bits;
+    const auto& second = needed.size() > 1 ? needed[1]->bits : first;
+    std::size_t words = std::min(first.size(), second.size());
+    for (std::size_t w = 0; w < words; ++w) {
+        for (std::uint64_t both = first[w] & second[w]; both; both &= both - 1) {
+            std::size_t bit = 64 * w + static_cast<std::size_t>(std::countr_zero(both));
+            bool all = true;
+            for (std::size_t k = 2; k < needed.size() && all; ++k) {
+                const auto& other = needed[k]->bits;
+                all = bit / 64 < other.size() && (other[bit / 64] >> (bit % 64) & 1);
+            }
+            if (all) hits.push_back(static_cast<int>(bit));
+        }
+    }
+    return hits;
+}
 
 // The frequency file read whole: entry i, or -1 beyond its end (the init value).
 std::vector<int> LoadFrequencies(const char* path) {
@@ -130,7 +174,7 @@ void DiacritizeBuffer(char* buffer, CString& result, const char* dictionaryPath,
     CFileStatus status;
     if (!CFile::GetStatus(indexPath, status))
         throw CFileException(CFileException::fileNotFound, 2, indexPath);
-    CachedIndex index(indexPath);
+    CellCache index(indexPath);
     std::vector<int> frequencies = LoadFrequencies(frequencyPath);
     auto frequency = [&frequencies](int i) {
         return (i >= 0 && static_cast<std::size_t>(i) < frequencies.size())
@@ -150,7 +194,18 @@ void DiacritizeBuffer(char* buffer, CString& result, const char* dictionaryPath,
         auto at = seen.find(t);
         if (at == seen.end()) {
             CString word(t);
-            Lookup(word, dictionary, index, frequency);
+            int best = -1, chosen = -1;
+            for (int record : Hits(word, index)) {
+                int f = frequency(record);
+                if (f > best) {  // greater, not equal: the lowest record wins a tie
+                    best = f;
+                    chosen = record;
+                }
+            }
+            if (chosen >= 0) {
+                dictionary.GetString(chosen, word, true);
+                word.TrimRight(DiacriticMarks);
+            }
             at = seen.emplace(t, word.str()).first;
         }
         result += at->second.c_str();
