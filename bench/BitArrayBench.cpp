@@ -165,7 +165,8 @@ void BM_W2_Decompress(benchmark::State& state) {
     CBitArray::Compress(bytes.data(), static_cast<int>(kBytes), packed, packedLength);
     for (auto _ : state) {
         state.PauseTiming();  // Decompress consumes its block: each round gets a copy
-        auto* buffer = static_cast<unsigned char*>(GrabBlock(static_cast<std::size_t>(packedLength)));
+        auto* buffer =
+            static_cast<unsigned char*>(GrabBlock(static_cast<std::size_t>(packedLength)));
         std::memcpy(buffer, packed, static_cast<std::size_t>(packedLength));
         int length = packedLength;
         state.ResumeTiming();

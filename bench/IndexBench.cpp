@@ -4,8 +4,8 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <map>
 #include <cstdio>
+#include <map>
 #include <random>
 #include <string>
 #include <vector>

@@ -28,7 +28,8 @@ public:
             if (quiet || run.error_occurred || run.iterations == 0) continue;
             double ns = run.real_accumulated_time * 1e9 / static_cast<double>(run.iterations);
             std::printf("RESULT\t%s\t%d\t%.1f\t", run.benchmark_name().c_str(), round, ns);
-            for (const auto& [key, counter] : run.counters) std::printf("%s=%g;", key.c_str(), counter.value);
+            for (const auto& [key, counter] : run.counters)
+                std::printf("%s=%g;", key.c_str(), counter.value);
             std::printf("\n");
             std::fflush(stdout);
         }

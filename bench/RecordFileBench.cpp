@@ -14,6 +14,7 @@
 #include <map>
 #include <random>
 #include <string>
+#include <vector>
 
 #include <Dorvik01.h>
 
@@ -186,6 +187,28 @@ void BM_W4_Read_Sqlite(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_W4_Read_Sqlite)->Name("W4_Read_Sqlite")->Arg(100000)->Arg(1000000)->Arg(10000000);
+
+// The floor of a read from memory: the same records back to back in one block, found
+// through an offset table, copied out.
+void BM_W4_Read_Floor(benchmark::State& state) {
+    int count = static_cast<int>(state.range(0));
+    std::vector<unsigned char> data(static_cast<std::size_t>(count) * kRecordBytes);
+    std::vector<std::uint32_t> offsets(static_cast<std::size_t>(count) + 1);
+    for (int i = 0; i < count; ++i) {
+        MakeRecord(i, data.data() + static_cast<std::size_t>(i) * kRecordBytes);
+        offsets[static_cast<std::size_t>(i) + 1] =
+            static_cast<std::uint32_t>((i + 1) * kRecordBytes);
+    }
+    std::mt19937 rng(7);
+    unsigned char buffer[128];
+    for (auto _ : state) {
+        std::size_t i = rng() % static_cast<unsigned>(count);
+        std::memcpy(buffer, data.data() + offsets[i], offsets[i + 1] - offsets[i]);
+        benchmark::DoNotOptimize(buffer[0]);
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_W4_Read_Floor)->Name("W4_Read_Floor")->Arg(100000)->Arg(1000000)->Arg(10000000);
 
 // ---- Bulk builds ---------------------------------------------------------------------
 

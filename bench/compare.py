@@ -1,0 +1,220 @@
+"""Runs the workloads of bench/compare.sh and writes bench/RESULTS.md."""
+import argparse
+import datetime
+import os
+import re
+import statistics
+import subprocess
+import sys
+
+parser = argparse.ArgumentParser()
+parser.add_argument("--binary", required=True)
+parser.add_argument("--rounds", type=int, default=5)
+parser.add_argument("--min-time", default="0.3")
+parser.add_argument("--growth", type=int, default=1)
+parser.add_argument("--only", default="")
+parser.add_argument("--out", required=True)
+args = parser.parse_args()
+
+M = 1000000
+# Each workload: an id, a title, groups of benchmark names that run interleaved in one
+# process, and the targets checked on the medians.
+WORKLOADS = [
+    ("W1", "AND / OR / count of two 16 MiB bit arrays at 50 %",
+     [["W1_And_Dorvik", "W1_And_Roaring", "W1_And_Floor"],
+      ["W1_Or_Dorvik", "W1_Or_Roaring", "W1_Or_Floor"],
+      ["W1_Count_Dorvik", "W1_Count_Floor"]], []),
+    ("W2", "Compressed form of a 16 MiB bitmap (density in thousandths)",
+     [["W2_Decompress_Dorvik/%d" % d, "W2_Memcpy/%d" % d, "W2_Compress_Dorvik/%d" % d,
+       "W2_Serialize_Roaring/%d" % d] for d in (1, 500)], []),
+    ("W3", "Intersection of two stored records, 16 MiB plain (density/size in tenths of 16 MiB)",
+     [["W3_And_Dorvik/%d/10" % d, "W3_And_Roaring/%d/10" % d, "W3_And_ExpandThenAnd/%d/10" % d]
+      for d in (1, 500)],
+     [["W3_And_Dorvik/%d/%d" % (d, s), "W3_And_Roaring/%d/%d" % (d, s)]
+      for d in (1, 500) for s in (1, 100)]),
+    ("W4", "1M records of 100 bytes: random reads and bulk build",
+     [["W4_Read_Dorvik/%d" % M, "W4_Read_Lmdb/%d" % M, "W4_Read_Sqlite/%d" % M,
+       "W4_Read_Twin/%d" % M, "W4_Read_Floor/%d" % M],
+      ["W4_Build_Dorvik/%d" % M, "W4_Build_Lmdb/%d" % M, "W4_Build_Sqlite/%d" % M]],
+     [["W4_Read_Dorvik/%d" % n, "W4_Read_Lmdb/%d" % n, "W4_Read_Twin/%d" % n,
+       "W4_Read_Floor/%d" % n] for n in (100000, 10000000)]
+     + [["W4_Build_Dorvik/%d" % n, "W4_Build_Lmdb/%d" % n] for n in (100000, 10000000)]),
+    ("W5", "Wildcard Find over 1M forms (pattern 0..4: ab*, *ab, a?b, ?a??, full word)",
+     [[name % k for k in range(5) for name in
+       ("W5_Find_Dorvik/%d/1000", "W5_Glob_Sqlite/%d/1000", "W5_Fnmatch_Scan/%d/1000")]],
+     [["W5_Find_Dorvik/%d/%d" % (k, n) for k in range(5)] for n in (100, 10000)]),
+    ("W6", "DiacritizeBuffer of 1 MiB, 100,000 forms",
+     [["W6_Diacritize_Dorvik", "W6_HashMap_Floor"]], []),
+]
+
+
+def run(names):
+    """Runs names interleaved; returns {name: ([ns per round], counters)}."""
+    cmd = [args.binary, "--interleave=" + ",".join(names), "--rounds=%d" % args.rounds,
+           "--benchmark_min_time=%s" % args.min_time]
+    print("running:", " ".join(names), file=sys.stderr, flush=True)
+    out = subprocess.run(cmd, check=True, capture_output=True, text=True).stdout
+    results = {}
+    for line in out.splitlines():
+        parts = line.split("\t")
+        if parts[0] != "RESULT":
+            continue
+        counters = dict(kv.split("=") for kv in parts[4].split(";") if "=" in kv)
+        times, _ = results.setdefault(parts[1], ([], counters))
+        times.append(float(parts[3]))
+    return results
+
+
+def xml_names():
+    listed = subprocess.run([args.binary, "--benchmark_list_tests=true"], check=True,
+                            capture_output=True, text=True).stdout.split()
+    return [n for n in listed if re.search("xml", n, re.I)]
+
+
+def fmt(ns):
+    for unit, scale in (("s", 1e9), ("ms", 1e6), ("µs", 1e3)):
+        if ns >= scale:
+            return "%.3g %s" % (ns / scale, unit)
+    return "%.3g ns" % ns
+
+
+def median(results, name):
+    return statistics.median(results[name][0]) if name in results else None
+
+
+def load(path):
+    try:
+        with open(path) as f:
+            return f.read()
+    except OSError:
+        return ""
+
+
+selected = [w for w in WORKLOADS if not args.only or w[0] in args.only.split(",")]
+results = {}
+load_before = os.getloadavg()
+for wid, title, groups, growth_groups in selected:
+    for group in groups + (growth_groups if args.growth else []):
+        results.update(run(group))
+xml = xml_names() if not args.only or "W7" in args.only.split(",") else []
+if xml:
+    results.update(run(xml))
+load_after = os.getloadavg()
+
+targets = []  # (id, text, ok)
+
+
+def target(tid, text, ok):
+    if ok is None:
+        targets.append((tid, text + " (not measured)", None))
+    else:
+        targets.append((tid, text, ok))
+
+
+def ratio(a, b):
+    ma, mb = median(results, a), median(results, b)
+    return None if ma is None or mb is None else ma / mb
+
+
+def check(tid, text, value, limit, above=False):
+    if value is None:
+        target(tid, text, None)
+        return
+    ok = value >= limit if above else value <= limit
+    target(tid, "%s: %.2f (limit %s%g)" % (text, value, ">= " if above else "<= ", limit), ok)
+
+
+for op in ("And", "Or"):
+    check("W1-%s-floor" % op, "W1 %s: Dorvik / floor" % op, ratio("W1_%s_Dorvik" % op, "W1_%s_Floor" % op), 1.05)
+    check("W1-%s-roaring" % op, "W1 %s: Dorvik / CRoaring" % op, ratio("W1_%s_Dorvik" % op, "W1_%s_Roaring" % op), 1.05)
+check("W1-Count-floor", "W1 count: Dorvik / floor", ratio("W1_Count_Dorvik", "W1_Count_Floor"), 1.05)
+for d, label in ((500, "50 %"), (1, "0.1 %")):
+    check("W2-decompress-%d" % d, "W2 Decompress at %s: Dorvik / memcpy" % label,
+          ratio("W2_Decompress_Dorvik/%d" % d, "W2_Memcpy/%d" % d), 1.5)
+    check("W2-compress-%d" % d, "W2 Compress at %s: Dorvik / memcpy" % label,
+          ratio("W2_Compress_Dorvik/%d" % d, "W2_Memcpy/%d" % d), 1.5)
+for d, label in ((1, "0.1 %"), (500, "50 %")):
+    check("W3-roaring-%d" % d, "W3 at %s: Dorvik / CRoaring" % label,
+          ratio("W3_And_Dorvik/%d/10" % d, "W3_And_Roaring/%d/10" % d), 3)
+check("W3-expand-1", "W3 at 0.1 %: expand-then-AND / Dorvik",
+      ratio("W3_And_ExpandThenAnd/1/10", "W3_And_Dorvik/1/10"), 10, above=True)
+check("W4-read", "W4 reads: Dorvik / LMDB", ratio("W4_Read_Dorvik/%d" % M, "W4_Read_Lmdb/%d" % M), 0.5)
+twin = median(results, "W4_Read_Twin/%d" % M)
+check("W4-twin", "W4 twin read, ns", twin, 50)
+check("W4-build", "W4 build: Dorvik / LMDB", ratio("W4_Build_Dorvik/%d" % M, "W4_Build_Lmdb/%d" % M), 0.5)
+glob_ratios = []
+for k, label in enumerate(("ab*", "*ab", "a?b", "?a??", "full word")):
+    rg = ratio("W5_Find_Dorvik/%d/1000" % k, "W5_Glob_Sqlite/%d/1000" % k)
+    rs = ratio("W5_Find_Dorvik/%d/1000" % k, "W5_Fnmatch_Scan/%d/1000" % k)
+    check("W5-glob-%d" % k, "W5 %s: Dorvik / GLOB" % label, rg, 1.0)
+    check("W5-scan-%d" % k, "W5 %s: Dorvik / fnmatch scan" % label, rs, 1.0)
+    if rg is not None:
+        glob_ratios.append(rg)
+check("W5-median", "W5 median over the patterns of Dorvik / GLOB",
+      statistics.median(glob_ratios) if glob_ratios else None, 0.05)
+dia = results.get("W6_Diacritize_Dorvik")
+words_per_s = None
+if dia and "words" in dia[1]:
+    words_per_s = float(dia[1]["words"]) / (statistics.median(dia[0]) / 1e9)
+check("W6-rate", "W6 words per second", words_per_s, 2000000, above=True)
+check("W6-floor", "W6 Dorvik / hash-map floor", ratio("W6_Diacritize_Dorvik", "W6_HashMap_Floor"), 5)
+if xml:
+    ours = [n for n in xml if re.search("dorvik|loadxml", n, re.I)]
+    tiny = [n for n in xml if re.search("tinyxml", n, re.I)]
+    if ours and tiny:
+        check("W7-tinyxml2", "W7 LoadXML / tinyxml2", ratio(ours[0], tiny[0]), 0.5)
+
+misses = load(os.path.join(os.path.dirname(args.out), "misses.md"))
+explanations = {}
+for block in re.split(r"^## ", misses, flags=re.M)[1:]:
+    head, _, body = block.partition("\n")
+    for key in head.split():
+        explanations[key] = body.strip()
+
+cpu = "unknown"
+for line in load("/proc/cpuinfo").splitlines():
+    if line.startswith("model name"):
+        cpu = line.split(":", 1)[1].strip()
+        break
+commit = subprocess.run(["git", "rev-parse", "--short", "HEAD"], capture_output=True,
+                        text=True).stdout.strip()
+lines = ["# Dorvik next to its peers", "",
+         "Written by `bench/compare.sh` (%d reported rounds after a warm-up round, "
+         "`--benchmark_min_time=%s`); every figure is wall-clock time per operation, "
+         "medians over the rounds, each workload's sides interleaved in one process on "
+         "the same data." % (args.rounds, args.min_time), "",
+         "- machine: %s, `nproc` %d" % (cpu, os.cpu_count()),
+         "- load average before and after: %.2f and %.2f" % (load_before[0], load_after[0]),
+         "- commit %s, %s" % (commit, datetime.datetime.now().strftime("%Y-%m-%d %H:%M")), ""]
+for wid, title, groups, growth_groups in selected:
+    lines += ["## %s: %s" % (wid, title), "", "| benchmark | median | min | max | ÷ first of its group |",
+              "|---|---|---|---|---|"]
+    for group in groups + (growth_groups if args.growth else []):
+        first = median(results, group[0])
+        for name in group:
+            if name not in results:
+                lines.append("| %s | absent | | | |" % name)
+                continue
+            t = results[name][0]
+            lines.append("| %s | %s | %s | %s | %.2f |" % (name, fmt(statistics.median(t)), fmt(min(t)),
+                                                           fmt(max(t)), statistics.median(t) / first))
+    lines.append("")
+if xml:
+    lines += ["## W7: XML", "", "| benchmark | median | min | max | counters |", "|---|---|---|---|---|"]
+    for name in xml:
+        if name in results:
+            t, counters = results[name]
+            lines.append("| %s | %s | %s | %s | %s |" % (name, fmt(statistics.median(t)), fmt(min(t)),
+                                                         fmt(max(t)), ", ".join("%s=%s" % kv for kv in counters.items())))
+    lines.append("")
+lines += ["## Targets", ""]
+for tid, text, ok in targets:
+    lines.append("- %s: %s" % ("at target" if ok else ("MISS" if ok is False else "not measured"), text))
+missed = [tid for tid, _, ok in targets if ok is False]
+if missed:
+    lines += ["", "## Why the misses", ""]
+    for tid in missed:
+        lines += ["### %s" % tid, "", explanations.get(tid, "No explanation recorded yet."), ""]
+with open(args.out, "w") as f:
+    f.write("\n".join(lines) + "\n")
+print("\n".join(lines))
