@@ -6,12 +6,30 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
-// A path for a benchmark's scratch file.
-inline std::string BenchPath(const char* name) { return std::string("/tmp/dorvik-bench-") + name; }
+// The scratch files handed out by BenchPath; all are removed when the run ends, also
+// those that benchmarks keep from one to the next.
+class ScratchFiles {
+public:
+    ~ScratchFiles() {
+        for (const std::string& path : m_paths) std::remove(path.c_str());
+    }
+    const std::string& Add(std::string path) { return *m_paths.insert(std::move(path)).first; }
+
+private:
+    std::set<std::string> m_paths;
+};
+
+// A path for a benchmark's scratch file, removed at the end of the run.
+inline std::string BenchPath(const char* name) {
+    static ScratchFiles files;
+    return files.Add(std::string("/tmp/dorvik-bench-") + name);
+}
 inline std::string BenchPath(const std::string& name) { return BenchPath(name.c_str()); }
 
 // The peak resident memory of the process so far, in MiB. Run one benchmark alone

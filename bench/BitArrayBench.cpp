@@ -74,9 +74,9 @@ void BM_W1_Dorvik(benchmark::State& state) {
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * kBytes));
 }
-BENCHMARK_TEMPLATE(BM_W1_Dorvik, 0)->Name("W1_And_Dorvik");
-BENCHMARK_TEMPLATE(BM_W1_Dorvik, 1)->Name("W1_Or_Dorvik");
-BENCHMARK_TEMPLATE(BM_W1_Dorvik, 2)->Name("W1_Count_Dorvik");
+BENCHMARK_TEMPLATE(BM_W1_Dorvik, 0)->Name("W1_And_Dorvik")->UseRealTime();
+BENCHMARK_TEMPLATE(BM_W1_Dorvik, 1)->Name("W1_Or_Dorvik")->UseRealTime();
+BENCHMARK_TEMPLATE(BM_W1_Dorvik, 2)->Name("W1_Count_Dorvik")->UseRealTime();
 
 template <int kOp>
 void BM_W1_Roaring(benchmark::State& state) {
@@ -91,8 +91,8 @@ void BM_W1_Roaring(benchmark::State& state) {
     roaring_bitmap_free(other);
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * kBytes));
 }
-BENCHMARK_TEMPLATE(BM_W1_Roaring, 0)->Name("W1_And_Roaring");
-BENCHMARK_TEMPLATE(BM_W1_Roaring, 1)->Name("W1_Or_Roaring");
+BENCHMARK_TEMPLATE(BM_W1_Roaring, 0)->Name("W1_And_Roaring")->UseRealTime();
+BENCHMARK_TEMPLATE(BM_W1_Roaring, 1)->Name("W1_Or_Roaring")->UseRealTime();
 
 // The floor: one pass of 64-bit words, the count with the machine's popcount.
 __attribute__((target("popcnt"))) std::int64_t CountWords(const std::vector<std::uint64_t>& words) {
@@ -115,9 +115,9 @@ void BM_W1_Floor(benchmark::State& state) {
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * kBytes));
 }
-BENCHMARK_TEMPLATE(BM_W1_Floor, 0)->Name("W1_And_Floor");
-BENCHMARK_TEMPLATE(BM_W1_Floor, 1)->Name("W1_Or_Floor");
-BENCHMARK_TEMPLATE(BM_W1_Floor, 2)->Name("W1_Count_Floor");
+BENCHMARK_TEMPLATE(BM_W1_Floor, 0)->Name("W1_And_Floor")->UseRealTime();
+BENCHMARK_TEMPLATE(BM_W1_Floor, 1)->Name("W1_Or_Floor")->UseRealTime();
+BENCHMARK_TEMPLATE(BM_W1_Floor, 2)->Name("W1_Count_Floor")->UseRealTime();
 
 void BM_Xor(benchmark::State& state) {
     CBitArray target = Array(1), other = Array(2);
@@ -128,7 +128,7 @@ void BM_Xor(benchmark::State& state) {
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * kBytes));
 }
-BENCHMARK(BM_Xor);
+BENCHMARK(BM_Xor)->UseRealTime();
 
 // ---- Workload 2: the compressed form; density in thousandths (0.1 % and 50 %) ---------
 
@@ -142,7 +142,7 @@ void BM_W2_Memcpy(benchmark::State& state) {
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * kBytes));
 }
-BENCHMARK(BM_W2_Memcpy)->Name("W2_Memcpy")->Arg(1)->Arg(500);
+BENCHMARK(BM_W2_Memcpy)->Name("W2_Memcpy")->Arg(1)->Arg(500)->UseRealTime();
 
 void BM_W2_Compress(benchmark::State& state) {
     const auto& bytes = Bitmap(static_cast<int>(state.range(0)), 5);
@@ -156,7 +156,7 @@ void BM_W2_Compress(benchmark::State& state) {
     state.counters["form_MB"] = length / 1048576.0;
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * kBytes));
 }
-BENCHMARK(BM_W2_Compress)->Name("W2_Compress_Dorvik")->Arg(1)->Arg(500);
+BENCHMARK(BM_W2_Compress)->Name("W2_Compress_Dorvik")->Arg(1)->Arg(500)->UseRealTime();
 
 void BM_W2_Decompress(benchmark::State& state) {
     const auto& bytes = Bitmap(static_cast<int>(state.range(0)), 5);
@@ -179,7 +179,7 @@ void BM_W2_Decompress(benchmark::State& state) {
     DropBlock(packed);
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * kBytes));
 }
-BENCHMARK(BM_W2_Decompress)->Name("W2_Decompress_Dorvik")->Arg(1)->Arg(500);
+BENCHMARK(BM_W2_Decompress)->Name("W2_Decompress_Dorvik")->Arg(1)->Arg(500)->UseRealTime();
 
 // CRoaring's portable serialization of the same bits, into a block of its exact size.
 void BM_W2_Serialize(benchmark::State& state) {
@@ -197,5 +197,5 @@ void BM_W2_Serialize(benchmark::State& state) {
     state.counters["form_MB"] = static_cast<double>(size) / 1048576.0;
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * kBytes));
 }
-BENCHMARK(BM_W2_Serialize)->Name("W2_Serialize_Roaring")->Arg(1)->Arg(500);
+BENCHMARK(BM_W2_Serialize)->Name("W2_Serialize_Roaring")->Arg(1)->Arg(500)->UseRealTime();
 }  // namespace

@@ -117,7 +117,9 @@ Lmdb LmdbFile(int count) {
     static std::map<int, Lmdb> made;
     auto at = made.find(count);
     if (at != made.end()) return at->second;
-    return made.emplace(count, BuildLmdb(Name("records.mdb", count), count)).first->second;
+    std::string path = Name("records.mdb", count);
+    BenchPath(path.substr(BenchPath("").size()) + "-lock");  // removed at the end too
+    return made.emplace(count, BuildLmdb(path, count)).first->second;
 }
 
 // ---- Reads ---------------------------------------------------------------------------
@@ -141,14 +143,14 @@ void BM_W4_Read_Dorvik(benchmark::State& state) {
     CBinFile file(DorvikFile(count).c_str(), CFile::modeRead);
     ReadRandom(state, file, count);
 }
-BENCHMARK(BM_W4_Read_Dorvik)->Name("W4_Read_Dorvik")->Arg(100000)->Arg(1000000)->Arg(10000000);
+BENCHMARK(BM_W4_Read_Dorvik)->Name("W4_Read_Dorvik")->Arg(100000)->Arg(1000000)->Arg(10000000)->UseRealTime();
 
 void BM_W4_Read_Twin(benchmark::State& state) {
     int count = static_cast<int>(state.range(0));
     CMemBinFile twin(DorvikFile(count).c_str(), 0);
     ReadRandom(state, twin, count);
 }
-BENCHMARK(BM_W4_Read_Twin)->Name("W4_Read_Twin")->Arg(100000)->Arg(1000000)->Arg(10000000);
+BENCHMARK(BM_W4_Read_Twin)->Name("W4_Read_Twin")->Arg(100000)->Arg(1000000)->Arg(10000000)->UseRealTime();
 
 void BM_W4_Read_Lmdb(benchmark::State& state) {
     int count = static_cast<int>(state.range(0));
@@ -166,7 +168,7 @@ void BM_W4_Read_Lmdb(benchmark::State& state) {
     mdb_txn_abort(txn);
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_W4_Read_Lmdb)->Name("W4_Read_Lmdb")->Arg(100000)->Arg(1000000)->Arg(10000000);
+BENCHMARK(BM_W4_Read_Lmdb)->Name("W4_Read_Lmdb")->Arg(100000)->Arg(1000000)->Arg(10000000)->UseRealTime();
 
 void BM_W4_Read_Sqlite(benchmark::State& state) {
     int count = static_cast<int>(state.range(0));
@@ -186,7 +188,7 @@ void BM_W4_Read_Sqlite(benchmark::State& state) {
     sqlite3_finalize(select);
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_W4_Read_Sqlite)->Name("W4_Read_Sqlite")->Arg(100000)->Arg(1000000)->Arg(10000000);
+BENCHMARK(BM_W4_Read_Sqlite)->Name("W4_Read_Sqlite")->Arg(100000)->Arg(1000000)->Arg(10000000)->UseRealTime();
 
 // The floor of a read from memory: the same records back to back in one block, found
 // through an offset table, copied out.
@@ -208,7 +210,7 @@ void BM_W4_Read_Floor(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_W4_Read_Floor)->Name("W4_Read_Floor")->Arg(100000)->Arg(1000000)->Arg(10000000);
+BENCHMARK(BM_W4_Read_Floor)->Name("W4_Read_Floor")->Arg(100000)->Arg(1000000)->Arg(10000000)->UseRealTime();
 
 // ---- Bulk builds ---------------------------------------------------------------------
 
@@ -224,7 +226,7 @@ BENCHMARK(BM_W4_Build_Dorvik)
     ->Arg(100000)
     ->Arg(1000000)
     ->Arg(10000000)
-    ->Unit(benchmark::kMillisecond);
+    ->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_W4_Build_Lmdb(benchmark::State& state) {
     int count = static_cast<int>(state.range(0));
@@ -239,7 +241,7 @@ BENCHMARK(BM_W4_Build_Lmdb)
     ->Arg(100000)
     ->Arg(1000000)
     ->Arg(10000000)
-    ->Unit(benchmark::kMillisecond);
+    ->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_W4_Build_Sqlite(benchmark::State& state) {
     int count = static_cast<int>(state.range(0));
@@ -253,7 +255,7 @@ BENCHMARK(BM_W4_Build_Sqlite)
     ->Arg(100000)
     ->Arg(1000000)
     ->Arg(10000000)
-    ->Unit(benchmark::kMillisecond);
+    ->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The floor of a build: the same bytes appended to a raw file in 64 KiB writes.
 void BM_RawAppendFloor(benchmark::State& state) {
@@ -277,5 +279,5 @@ void BM_RawAppendFloor(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * count);
     std::remove(path.c_str());
 }
-BENCHMARK(BM_RawAppendFloor)->Arg(1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RawAppendFloor)->Arg(1000000)->Unit(benchmark::kMillisecond)->UseRealTime();
 }  // namespace

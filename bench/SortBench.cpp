@@ -13,8 +13,9 @@
 #include "dorvik/MyDWordArray.h"
 #include "dorvik/SortTree.h"
 
+#include "BenchUtil.h"
+
 namespace {
-std::string BenchPath(const char* name) { return std::string("/tmp/dorvik-bench-sort-") + name; }
 
 // A file of `count` 4-byte records: random values, or 0..count-1 when `sorted`.
 void BuildValueFile(const std::string& path, int count, bool sorted) {
@@ -28,8 +29,8 @@ void BuildValueFile(const std::string& path, int count, bool sorted) {
 
 void SortFile(benchmark::State& state, bool sorted) {
     int count = static_cast<int>(state.range(0));
-    std::string source = BenchPath(sorted ? "sorted.ix" : "random.ix");
-    std::string target = BenchPath("order.ix");
+    std::string source = BenchPath(sorted ? "sort-sorted.ix" : "sort-random.ix");
+    std::string target = BenchPath("sort-order.ix");
     BuildValueFile(source, count, sorted);
     CIXFile file(source.c_str(), CFile::modeRead);
     for (auto _ : state) {
@@ -43,10 +44,18 @@ void SortFile(benchmark::State& state, bool sorted) {
 }
 
 void BM_IXFileSortRandom(benchmark::State& state) { SortFile(state, false); }
-BENCHMARK(BM_IXFileSortRandom)->Arg(1 << 20)->Arg(10000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_IXFileSortRandom)
+    ->Arg(1 << 20)
+    ->Arg(10000000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 void BM_IXFileSortSorted(benchmark::State& state) { SortFile(state, true); }
-BENCHMARK(BM_IXFileSortSorted)->Arg(1 << 20)->Arg(10000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_IXFileSortSorted)
+    ->Arg(1 << 20)
+    ->Arg(10000000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 void BM_SortTreeInsertSorted(benchmark::State& state) {
     int count = static_cast<int>(state.range(0));
@@ -59,7 +68,11 @@ void BM_SortTreeInsertSorted(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * count);
 }
-BENCHMARK(BM_SortTreeInsertSorted)->Arg(1 << 20)->Arg(10000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SortTreeInsertSorted)
+    ->Arg(1 << 20)
+    ->Arg(10000000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 // What a tree costs on random keys, next to the sort that CIXFile::Sort uses.
 void BM_SortTreeInsertRandom(benchmark::State& state) {
@@ -76,14 +89,14 @@ void BM_SortTreeInsertRandom(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * count);
 }
-BENCHMARK(BM_SortTreeInsertRandom)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SortTreeInsertRandom)->Arg(1 << 20)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // Look-ups of values that are in the file: binary search through the index file, or a
 // scan from the start.
 void FindValues(benchmark::State& state, bool indexed) {
     int count = static_cast<int>(state.range(0));
-    std::string source = BenchPath("find.ix");
-    std::string index = BenchPath("find-index.ix");
+    std::string source = BenchPath("sort-find.ix");
+    std::string index = BenchPath("sort-find-index.ix");
     BuildValueFile(source, count, false);
     CIXFile file(source.c_str(), CFile::modeRead);
     CIXFile order(index.c_str(), CFile::modeCreate | CFile::modeReadWrite);
@@ -106,8 +119,8 @@ void FindValues(benchmark::State& state, bool indexed) {
 }
 
 void BM_IXFileFindIndexed(benchmark::State& state) { FindValues(state, true); }
-BENCHMARK(BM_IXFileFindIndexed)->Arg(1 << 20);
+BENCHMARK(BM_IXFileFindIndexed)->Arg(1 << 20)->UseRealTime();
 
 void BM_IXFileFindScan(benchmark::State& state) { FindValues(state, false); }
-BENCHMARK(BM_IXFileFindScan)->Arg(1 << 20)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_IXFileFindScan)->Arg(1 << 20)->Unit(benchmark::kMicrosecond)->UseRealTime();
 }  // namespace

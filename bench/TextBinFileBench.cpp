@@ -75,7 +75,11 @@ void BM_TextBulkBuildSortTree(benchmark::State& state) {
     std::remove(path.c_str());
     std::remove(indexPath.c_str());
 }
-BENCHMARK(BM_TextBulkBuildSortTree)->Arg(1000000)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_TextBulkBuildSortTree)
+    ->Arg(1000000)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 // range(1): 1 with an index file, 0 with the records kept physically sorted.
 void BM_TextSortedAdd(benchmark::State& state) {
@@ -102,7 +106,8 @@ BENCHMARK(BM_TextSortedAdd)
     ->Args({10000, 0})
     ->Args({10000, 1})
     ->Iterations(1)
-    ->Unit(benchmark::kMillisecond);
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 // Binary anchored Find of random prefixes in a sorted view of `count` words.
 void BM_TextFindBinary(benchmark::State& state) {
@@ -126,5 +131,5 @@ void BM_TextFindBinary(benchmark::State& state) {
     std::remove(path.c_str());
     std::remove(indexPath.c_str());
 }
-BENCHMARK(BM_TextFindBinary)->Arg(100000);
+BENCHMARK(BM_TextFindBinary)->Arg(100000)->UseRealTime();
 }  // namespace

@@ -79,7 +79,7 @@ void BM_IndexForWildCards1M(benchmark::State& state) {
     state.counters["peak_MB"] = PeakMegabytes();
     state.SetItemsProcessed(state.iterations() * static_cast<long>(corpus.forms.size()));
 }
-BENCHMARK(BM_IndexForWildCards1M)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_IndexForWildCards1M)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // ---- Workload 5: wildcard look-ups ---------------------------------------------------
 // Five patterns over dictionaries of 100,000, 1M and 10M marked forms (range(1) in
@@ -146,7 +146,7 @@ void BM_W5_Find(benchmark::State& state) {
 BENCHMARK(BM_W5_Find)
     ->Name("W5_Find_Dorvik")
     ->ArgsProduct({{0, 1, 2, 3, 4}, {100, 1000, 10000}})
-    ->Unit(benchmark::kMicrosecond);
+    ->Unit(benchmark::kMicrosecond)->UseRealTime();
 
 void BM_W5_Glob(benchmark::State& state) {
     int thousands = static_cast<int>(state.range(1));
@@ -188,7 +188,7 @@ void BM_W5_Glob(benchmark::State& state) {
 BENCHMARK(BM_W5_Glob)
     ->Name("W5_Glob_Sqlite")
     ->ArgsProduct({{0, 1, 2, 3, 4}, {100, 1000, 10000}})
-    ->Unit(benchmark::kMicrosecond);
+    ->Unit(benchmark::kMicrosecond)->UseRealTime();
 
 void BM_W5_Scan(benchmark::State& state) {
     int thousands = static_cast<int>(state.range(1));
@@ -205,7 +205,7 @@ void BM_W5_Scan(benchmark::State& state) {
 BENCHMARK(BM_W5_Scan)
     ->Name("W5_Fnmatch_Scan")
     ->ArgsProduct({{0, 1, 2, 3, 4}, {100, 1000, 10000}})
-    ->Unit(benchmark::kMicrosecond);
+    ->Unit(benchmark::kMicrosecond)->UseRealTime();
 
 // ---- Workload 6: DiacritizeBuffer ----------------------------------------------------
 // A 1 MB text over a dictionary of 100,000 forms.
@@ -252,7 +252,7 @@ void BM_DiacritizeBuffer1MB(benchmark::State& state) {
     state.SetBytesProcessed(state.iterations() * static_cast<long>(f.text.size()));
     state.counters["words"] = f.wordCount;
 }
-BENCHMARK(BM_DiacritizeBuffer1MB)->Name("W6_Diacritize_Dorvik")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DiacritizeBuffer1MB)->Name("W6_Diacritize_Dorvik")->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The floor: every bare word already mapped to its answer in a hash map.
 void BM_HashMapFloor(benchmark::State& state) {
@@ -277,5 +277,5 @@ void BM_HashMapFloor(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * f.wordCount);
     state.SetBytesProcessed(state.iterations() * static_cast<long>(f.text.size()));
 }
-BENCHMARK(BM_HashMapFloor)->Name("W6_HashMap_Floor")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_HashMapFloor)->Name("W6_HashMap_Floor")->Unit(benchmark::kMillisecond)->UseRealTime();
 }  // namespace

@@ -93,13 +93,26 @@ def load(path):
 selected = [w for w in WORKLOADS if not args.only or w[0] in args.only.split(",")]
 results = {}
 load_before = os.getloadavg()
-for wid, title, groups, growth_groups in selected:
-    for group in groups + (growth_groups if args.growth else []):
-        results.update(run(group))
-xml = xml_names() if not args.only or "W7" in args.only.split(",") else []
-if xml:
-    results.update(run(xml))
-load_after = os.getloadavg()
+xml = []
+
+
+def measure_all():
+    global xml
+    for wid, title, groups, growth_groups in selected:
+        for group in groups + (growth_groups if args.growth else []):
+            results.update(run(group))
+            report()  # written as it goes, so that a stopped run leaves what it had
+    xml = xml_names() if not args.only or "W7" in args.only.split(",") else []
+    if xml:
+        results.update(run(xml))
+    report()
+
+
+def report():
+    targets.clear()
+    load_after = os.getloadavg()
+    write_report(load_after)
+
 
 targets = []  # (id, text, ok)
 
@@ -124,97 +137,101 @@ def check(tid, text, value, limit, above=False):
     target(tid, "%s: %.2f (limit %s%g)" % (text, value, ">= " if above else "<= ", limit), ok)
 
 
-for op in ("And", "Or"):
-    check("W1-%s-floor" % op, "W1 %s: Dorvik / floor" % op, ratio("W1_%s_Dorvik" % op, "W1_%s_Floor" % op), 1.05)
-    check("W1-%s-roaring" % op, "W1 %s: Dorvik / CRoaring" % op, ratio("W1_%s_Dorvik" % op, "W1_%s_Roaring" % op), 1.05)
-check("W1-Count-floor", "W1 count: Dorvik / floor", ratio("W1_Count_Dorvik", "W1_Count_Floor"), 1.05)
-for d, label in ((500, "50 %"), (1, "0.1 %")):
-    check("W2-decompress-%d" % d, "W2 Decompress at %s: Dorvik / memcpy" % label,
-          ratio("W2_Decompress_Dorvik/%d" % d, "W2_Memcpy/%d" % d), 1.5)
-    check("W2-compress-%d" % d, "W2 Compress at %s: Dorvik / memcpy" % label,
-          ratio("W2_Compress_Dorvik/%d" % d, "W2_Memcpy/%d" % d), 1.5)
-for d, label in ((1, "0.1 %"), (500, "50 %")):
-    check("W3-roaring-%d" % d, "W3 at %s: Dorvik / CRoaring" % label,
-          ratio("W3_And_Dorvik/%d/10" % d, "W3_And_Roaring/%d/10" % d), 3)
-check("W3-expand-1", "W3 at 0.1 %: expand-then-AND / Dorvik",
-      ratio("W3_And_ExpandThenAnd/1/10", "W3_And_Dorvik/1/10"), 10, above=True)
-check("W4-read", "W4 reads: Dorvik / LMDB", ratio("W4_Read_Dorvik/%d" % M, "W4_Read_Lmdb/%d" % M), 0.5)
-twin = median(results, "W4_Read_Twin/%d" % M)
-check("W4-twin", "W4 twin read, ns", twin, 50)
-check("W4-build", "W4 build: Dorvik / LMDB", ratio("W4_Build_Dorvik/%d" % M, "W4_Build_Lmdb/%d" % M), 0.5)
-glob_ratios = []
-for k, label in enumerate(("ab*", "*ab", "a?b", "?a??", "full word")):
-    rg = ratio("W5_Find_Dorvik/%d/1000" % k, "W5_Glob_Sqlite/%d/1000" % k)
-    rs = ratio("W5_Find_Dorvik/%d/1000" % k, "W5_Fnmatch_Scan/%d/1000" % k)
-    check("W5-glob-%d" % k, "W5 %s: Dorvik / GLOB" % label, rg, 1.0)
-    check("W5-scan-%d" % k, "W5 %s: Dorvik / fnmatch scan" % label, rs, 1.0)
-    if rg is not None:
-        glob_ratios.append(rg)
-check("W5-median", "W5 median over the patterns of Dorvik / GLOB",
-      statistics.median(glob_ratios) if glob_ratios else None, 0.05)
-dia = results.get("W6_Diacritize_Dorvik")
-words_per_s = None
-if dia and "words" in dia[1]:
-    words_per_s = float(dia[1]["words"]) / (statistics.median(dia[0]) / 1e9)
-check("W6-rate", "W6 words per second", words_per_s, 2000000, above=True)
-check("W6-floor", "W6 Dorvik / hash-map floor", ratio("W6_Diacritize_Dorvik", "W6_HashMap_Floor"), 5)
-if xml:
-    ours = [n for n in xml if re.search("dorvik|loadxml", n, re.I)]
-    tiny = [n for n in xml if re.search("tinyxml", n, re.I)]
-    if ours and tiny:
-        check("W7-tinyxml2", "W7 LoadXML / tinyxml2", ratio(ours[0], tiny[0]), 0.5)
+def write_report(load_after):
+    for op in ("And", "Or"):
+        check("W1-%s-floor" % op, "W1 %s: Dorvik / floor" % op, ratio("W1_%s_Dorvik" % op, "W1_%s_Floor" % op), 1.05)
+        check("W1-%s-roaring" % op, "W1 %s: Dorvik / CRoaring" % op, ratio("W1_%s_Dorvik" % op, "W1_%s_Roaring" % op), 1.05)
+    check("W1-Count-floor", "W1 count: Dorvik / floor", ratio("W1_Count_Dorvik", "W1_Count_Floor"), 1.05)
+    for d, label in ((500, "50 %"), (1, "0.1 %")):
+        check("W2-decompress-%d" % d, "W2 Decompress at %s: Dorvik / memcpy" % label,
+              ratio("W2_Decompress_Dorvik/%d" % d, "W2_Memcpy/%d" % d), 1.5)
+        check("W2-compress-%d" % d, "W2 Compress at %s: Dorvik / memcpy" % label,
+              ratio("W2_Compress_Dorvik/%d" % d, "W2_Memcpy/%d" % d), 1.5)
+    for d, label in ((1, "0.1 %"), (500, "50 %")):
+        check("W3-roaring-%d" % d, "W3 at %s: Dorvik / CRoaring" % label,
+              ratio("W3_And_Dorvik/%d/10" % d, "W3_And_Roaring/%d/10" % d), 3)
+    check("W3-expand-1", "W3 at 0.1 %: expand-then-AND / Dorvik",
+          ratio("W3_And_ExpandThenAnd/1/10", "W3_And_Dorvik/1/10"), 10, above=True)
+    check("W4-read", "W4 reads: Dorvik / LMDB", ratio("W4_Read_Dorvik/%d" % M, "W4_Read_Lmdb/%d" % M), 0.5)
+    twin = median(results, "W4_Read_Twin/%d" % M)
+    check("W4-twin", "W4 twin read, ns", twin, 50)
+    check("W4-build", "W4 build: Dorvik / LMDB", ratio("W4_Build_Dorvik/%d" % M, "W4_Build_Lmdb/%d" % M), 0.5)
+    glob_ratios = []
+    for k, label in enumerate(("ab*", "*ab", "a?b", "?a??", "full word")):
+        rg = ratio("W5_Find_Dorvik/%d/1000" % k, "W5_Glob_Sqlite/%d/1000" % k)
+        rs = ratio("W5_Find_Dorvik/%d/1000" % k, "W5_Fnmatch_Scan/%d/1000" % k)
+        check("W5-glob-%d" % k, "W5 %s: Dorvik / GLOB" % label, rg, 1.0)
+        check("W5-scan-%d" % k, "W5 %s: Dorvik / fnmatch scan" % label, rs, 1.0)
+        if rg is not None:
+            glob_ratios.append(rg)
+    check("W5-median", "W5 median over the patterns of Dorvik / GLOB",
+          statistics.median(glob_ratios) if glob_ratios else None, 0.05)
+    dia = results.get("W6_Diacritize_Dorvik")
+    words_per_s = None
+    if dia and "words" in dia[1]:
+        words_per_s = float(dia[1]["words"]) / (statistics.median(dia[0]) / 1e9)
+    check("W6-rate", "W6 words per second", words_per_s, 2000000, above=True)
+    check("W6-floor", "W6 Dorvik / hash-map floor", ratio("W6_Diacritize_Dorvik", "W6_HashMap_Floor"), 5)
+    if xml:
+        ours = [n for n in xml if re.search("dorvik|loadxml", n, re.I)]
+        tiny = [n for n in xml if re.search("tinyxml", n, re.I)]
+        if ours and tiny:
+            check("W7-tinyxml2", "W7 LoadXML / tinyxml2", ratio(ours[0], tiny[0]), 0.5)
 
-misses = load(os.path.join(os.path.dirname(args.out), "misses.md"))
-explanations = {}
-for block in re.split(r"^## ", misses, flags=re.M)[1:]:
-    head, _, body = block.partition("\n")
-    for key in head.split():
-        explanations[key] = body.strip()
+    misses = load(os.path.join(os.path.dirname(args.out), "misses.md"))
+    explanations = {}
+    for block in re.split(r"^## ", misses, flags=re.M)[1:]:
+        head, _, body = block.partition("\n")
+        for key in head.split():
+            explanations[key] = body.strip()
 
-cpu = "unknown"
-for line in load("/proc/cpuinfo").splitlines():
-    if line.startswith("model name"):
-        cpu = line.split(":", 1)[1].strip()
-        break
-commit = subprocess.run(["git", "rev-parse", "--short", "HEAD"], capture_output=True,
-                        text=True).stdout.strip()
-lines = ["# Dorvik next to its peers", "",
-         "Written by `bench/compare.sh` (%d reported rounds after a warm-up round, "
-         "`--benchmark_min_time=%s`); every figure is wall-clock time per operation, "
-         "medians over the rounds, each workload's sides interleaved in one process on "
-         "the same data." % (args.rounds, args.min_time), "",
-         "- machine: %s, `nproc` %d" % (cpu, os.cpu_count()),
-         "- load average before and after: %.2f and %.2f" % (load_before[0], load_after[0]),
-         "- commit %s, %s" % (commit, datetime.datetime.now().strftime("%Y-%m-%d %H:%M")), ""]
-for wid, title, groups, growth_groups in selected:
-    lines += ["## %s: %s" % (wid, title), "", "| benchmark | median | min | max | ÷ first of its group |",
-              "|---|---|---|---|---|"]
-    for group in groups + (growth_groups if args.growth else []):
-        first = median(results, group[0])
-        for name in group:
-            if name not in results:
-                lines.append("| %s | absent | | | |" % name)
-                continue
-            t = results[name][0]
-            lines.append("| %s | %s | %s | %s | %.2f |" % (name, fmt(statistics.median(t)), fmt(min(t)),
-                                                           fmt(max(t)), statistics.median(t) / first))
-    lines.append("")
-if xml:
-    lines += ["## W7: XML", "", "| benchmark | median | min | max | counters |", "|---|---|---|---|---|"]
-    for name in xml:
-        if name in results:
-            t, counters = results[name]
-            lines.append("| %s | %s | %s | %s | %s |" % (name, fmt(statistics.median(t)), fmt(min(t)),
-                                                         fmt(max(t)), ", ".join("%s=%s" % kv for kv in counters.items())))
-    lines.append("")
-lines += ["## Targets", ""]
-for tid, text, ok in targets:
-    lines.append("- %s: %s" % ("at target" if ok else ("MISS" if ok is False else "not measured"), text))
-missed = [tid for tid, _, ok in targets if ok is False]
-if missed:
-    lines += ["", "## Why the misses", ""]
-    for tid in missed:
-        lines += ["### %s" % tid, "", explanations.get(tid, "No explanation recorded yet."), ""]
-with open(args.out, "w") as f:
-    f.write("\n".join(lines) + "\n")
-print("\n".join(lines))
+    cpu = "unknown"
+    for line in load("/proc/cpuinfo").splitlines():
+        if line.startswith("model name"):
+            cpu = line.split(":", 1)[1].strip()
+            break
+    commit = subprocess.run(["git", "rev-parse", "--short", "HEAD"], capture_output=True,
+                            text=True).stdout.strip()
+    lines = ["# Dorvik next to its peers", "",
+             "Written by `bench/compare.sh` (%d reported rounds after a warm-up round, "
+             "`--benchmark_min_time=%s`); every figure is wall-clock time per operation, "
+             "medians over the rounds, each workload's sides interleaved in one process on "
+             "the same data." % (args.rounds, args.min_time), "",
+             "- machine: %s, `nproc` %d" % (cpu, os.cpu_count()),
+             "- load average before and after: %.2f and %.2f" % (load_before[0], load_after[0]),
+             "- commit %s, %s" % (commit, datetime.datetime.now().strftime("%Y-%m-%d %H:%M")), ""]
+    for wid, title, groups, growth_groups in selected:
+        lines += ["## %s: %s" % (wid, title), "", "| benchmark | median | min | max | ÷ first of its group |",
+                  "|---|---|---|---|---|"]
+        for group in groups + (growth_groups if args.growth else []):
+            first = median(results, group[0])
+            for name in group:
+                if name not in results:
+                    lines.append("| %s | absent | | | |" % name)
+                    continue
+                t = results[name][0]
+                lines.append("| %s | %s | %s | %s | %.2f |" % (name, fmt(statistics.median(t)), fmt(min(t)),
+                                                               fmt(max(t)), statistics.median(t) / first))
+        lines.append("")
+    if xml:
+        lines += ["## W7: XML", "", "| benchmark | median | min | max | counters |", "|---|---|---|---|---|"]
+        for name in xml:
+            if name in results:
+                t, counters = results[name]
+                lines.append("| %s | %s | %s | %s | %s |" % (name, fmt(statistics.median(t)), fmt(min(t)),
+                                                             fmt(max(t)), ", ".join("%s=%s" % kv for kv in counters.items())))
+        lines.append("")
+    lines += ["## Targets", ""]
+    for tid, text, ok in targets:
+        lines.append("- %s: %s" % ("at target" if ok else ("MISS" if ok is False else "not measured"), text))
+    missed = [tid for tid, _, ok in targets if ok is False]
+    if missed:
+        lines += ["", "## Why the misses", ""]
+        for tid in missed:
+            lines += ["### %s" % tid, "", explanations.get(tid, "No explanation recorded yet."), ""]
+    with open(args.out, "w") as f:
+        f.write("\n".join(lines) + "\n")
+
+
+
+measure_all()

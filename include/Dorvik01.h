@@ -13,6 +13,7 @@
 #include "dorvik/Hierarchy.h"
 #include "dorvik/HtmlText.h"
 #include "dorvik/IXFile.h"
+#include "dorvik/Maps.h"
 #include "dorvik/MemBinFile.h"
 #include "dorvik/MemBitsBinFile.h"
 #include "dorvik/MemFile.h"
@@ -25,3 +26,5 @@
 #include "dorvik/String.h"
 #include "dorvik/StringToken.h"
 #include "dorvik/TextBinFile.h"
+#include "dorvik/XMLDocument.h"
+#include "dorvik/XMLNode.h"

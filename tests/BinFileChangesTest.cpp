@@ -19,16 +19,6 @@ Bytes Image(const std::vector<std::string>& records) {
     return RecordFileImage(r);
 }
 
-std::vector<std::string> g_messages;
-int CaptureMessage(const char* text, UINT, UINT) {
-    g_messages.emplace_back(text);
-    return 1;
-}
-
-struct BlockLimit {
-    explicit BlockLimit(std::size_t n) { DorvikSetBlockLimit(n); }
-    ~BlockLimit() { DorvikSetBlockLimit(SIZE_MAX); }
-};
 }  // namespace
 
 TEST(RecordFileChanges, AddOnAnEmptyFileWritesDataThenTable) {
@@ -216,17 +206,15 @@ TEST(RecordFileChanges, AMoveWithoutAnyMemoryChangesNothingAndThrows) {
     f.Add(P("abc"), 3);
     f.Add(P("def"), 3);
     Bytes before = ReadAll(dir.Path("a"));
-    g_messages.clear();
-    AfxMessageHandler old = AfxSetMessageHandler(&CaptureMessage);
+    MessageCapture shown;
     {
         BlockLimit limit(0);
         EXPECT_THROW(f.Insert(-1, P("x"), 1), CMemoryException);
         EXPECT_THROW(f.Modify(0, P("longer"), 6), CMemoryException);
         EXPECT_THROW(f.Delete(0), CMemoryException);
     }
-    AfxSetMessageHandler(old);
-    ASSERT_EQ(g_messages.size(), 3u);
-    EXPECT_EQ(g_messages[0], "Can't move file data.\r\nNot enough memory!");
+    ASSERT_EQ(shown.messages.size(), 3u);
+    EXPECT_EQ(shown.messages[0], "Can't move file data.\r\nNot enough memory!|0|0");
     EXPECT_EQ(ReadAll(dir.Path("a")), before);
     EXPECT_EQ(Records(f), (std::vector<std::string>{"abc", "def"}));
 }

@@ -17,19 +17,6 @@
 namespace {
 Bytes Content(const CBitArray& a) { return Bytes(a.GetBuffer(), a.GetBuffer() + a.GetLength()); }
 
-std::vector<int> SetBits(const CBitArray& a) {
-    std::vector<int> out;
-    for (int i = 0; i < a.GetLength() * 8; ++i)
-        if (a.GetAt(i)) out.push_back(i);
-    return out;
-}
-
-CBitArray Of(std::initializer_list<int> bits) {
-    CBitArray a;
-    for (int bit : bits) a.SetAt(bit);
-    return a;
-}
-
 CBitArray Plain(const Bytes& bytes) {
     CBitArray a;
     if (bytes.empty()) return a;
@@ -66,11 +53,6 @@ Bytes Unpacked(const Bytes& form, int limit = -1) {
 }
 
 // Lowers the block limit for the life of the guard.
-struct BlockLimit {
-    explicit BlockLimit(std::size_t limit) : old(DorvikSetBlockLimit(limit)) {}
-    ~BlockLimit() { DorvikSetBlockLimit(old); }
-    std::size_t old;
-};
 }  // namespace
 
 // ---- Storage ---------------------------------------------------------------------------
@@ -88,12 +70,12 @@ TEST(BitArrayStorage, GrowsByWhatABitNeedsAndReadsNothingBeyond) {
 }
 
 TEST(BitArrayStorage, BytesThatComeBackIntoTheLengthReadZero) {
-    CBitArray a = Of({3, 20});
+    CBitArray a = BitsOf({3, 20});
     a.SetLength(1);
     a.SetLength(3);
     EXPECT_EQ(SetBits(a), (std::vector<int>{3}));
 
-    CBitArray b = Of({0, 20}), c = Of({0});
+    CBitArray b = BitsOf({0, 20}), c = BitsOf({0});
     b &= c;  // trims to one byte but keeps the block
     b.SetAt(9);
     b.SetLength(3);
@@ -107,7 +89,7 @@ TEST(BitArrayStorage, InitTrimsPlainCopiesButNotCompressedOnes) {
     EXPECT_EQ(Content(packed), Hex("05 00 00"));
     EXPECT_TRUE(plain.IsModified());
 
-    CBitArray own = Of({1, 9});
+    CBitArray own = BitsOf({1, 9});
     own.Init(own.GetBuffer(), own.GetLength());  // from its own bytes
     EXPECT_EQ(SetBits(own), (std::vector<int>{1, 9}));
     own.Init(nullptr, 5);
@@ -132,7 +114,7 @@ TEST(BitArrayStorage, AttachTakesTheBlockAndDetachGivesItBack) {
 }
 
 TEST(BitArrayStorage, SelfAssignmentChangesNothing) {
-    CBitArray a = Of({2, 30});
+    CBitArray a = BitsOf({2, 30});
     a.SetModified(false);
     a = a;
     EXPECT_EQ(SetBits(a), (std::vector<int>{2, 30}));
@@ -140,7 +122,7 @@ TEST(BitArrayStorage, SelfAssignmentChangesNothing) {
 }
 
 TEST(BitArrayStorage, AnAllocationFailureThrowsAndLeavesTheArrayAsItWas) {
-    CBitArray a = Of({5});
+    CBitArray a = BitsOf({5});
     Bytes big(5000, 0x11);
     BlockLimit limit(1000);
     EXPECT_THROW(a.SetAt(8 * 2000), CMemoryException);
@@ -156,7 +138,7 @@ TEST(BitArrayStorage, AnAllocationFailureThrowsAndLeavesTheArrayAsItWas) {
 }
 
 TEST(BitArrayStorage, ModifiedFlagFollowsChangesOnly) {
-    CBitArray a = Of({1}), source = Of({1});
+    CBitArray a = BitsOf({1}), source = BitsOf({1});
     a.SetModified(false);
     a.CopyRange(source, 8, 20);  // from beyond the source: nothing at all
     a.SetAt(-4);
@@ -168,7 +150,7 @@ TEST(BitArrayStorage, ModifiedFlagFollowsChangesOnly) {
 // ---- Bits and ranges ---------------------------------------------------------------------
 
 TEST(BitArrayBits, NegativeBitsReadClearAndWriteNothing) {
-    CBitArray a = Of({0, 3});
+    CBitArray a = BitsOf({0, 3});
     a.SetModified(false);
     a.SetAt(-1);
     a.XOrAt(-9);
@@ -209,13 +191,13 @@ TEST(BitArrayBits, InvertInsertAndDeleteKeepTheirLengthRules) {
     CBitArray a;
     a.Invert(10);
     EXPECT_EQ(Content(a), Hex("FF 03"));
-    CBitArray b = Of({1, 12});
+    CBitArray b = BitsOf({1, 12});
     b.Invert(3);  // below the length: the length stays
     EXPECT_EQ(Content(b), Hex("05 00"));
-    CBitArray c = Of({2, 5, 6});
+    CBitArray c = BitsOf({2, 5, 6});
     c.Insert(5, 3, true);
     EXPECT_EQ(SetBits(c), (std::vector<int>{2, 5, 6, 7, 8, 9}));
-    CBitArray d = Of({1, 2, 3, 9});
+    CBitArray d = BitsOf({1, 2, 3, 9});
     d.Delete(2, 3);
     EXPECT_EQ(Content(d), Hex("82 00"));  // bits 1 and 7; 14 bits left need 2 bytes
     d.Insert(-1, 1, false);
@@ -363,19 +345,20 @@ TEST(BitArraySetLogic, CombinersFollowTheirLengthRules) {
     minus.ResetAt(&a);
     EXPECT_EQ(Content(minus), Hex("F0 FF FF FF FF FF FF FF FF 01"));
     minus.ResetAt(nullptr);
+    EXPECT_EQ(Content(minus), Hex("F0 FF FF FF FF FF FF FF FF 01"));
 }
 
 TEST(BitArraySetLogic, EqualityComparesLengthsAndOverlapLooksAtTheShorter) {
-    CBitArray a = Of({3});
+    CBitArray a = BitsOf({3});
     a.ResetAt(3);
     EXPECT_TRUE(a.IsEmpty());
     EXPECT_EQ(a.GetLength(), 1);
     EXPECT_FALSE(a == CBitArray());
-    EXPECT_TRUE(Of({9, 70}) == Of({9, 70}));
-    EXPECT_TRUE(Of({9}) != Of({10}));
-    EXPECT_TRUE(Of({70, 2}) && Of({70}));
-    EXPECT_FALSE(Of({70, 2}) && Of({3, 71}));
-    EXPECT_FALSE(Of({100}) && Of({1}));
+    EXPECT_TRUE(BitsOf({9, 70}) == BitsOf({9, 70}));
+    EXPECT_TRUE(BitsOf({9}) != BitsOf({10}));
+    EXPECT_TRUE(BitsOf({70, 2}) && BitsOf({70}));
+    EXPECT_FALSE(BitsOf({70, 2}) && BitsOf({3, 71}));
+    EXPECT_FALSE(BitsOf({100}) && BitsOf({1}));
 }
 
 TEST(BitArrayQueries, CountsOverRangesAndWholeArrays) {
@@ -424,7 +407,7 @@ TEST(BitArrayCompression, DecompressStopsBetweenItemsAtTheLimit) {
 }
 
 TEST(BitArrayCompression, MembersSwitchBetweenTheTwoForms) {
-    CBitArray a = Of({0, 8 * 300 + 1});
+    CBitArray a = BitsOf({0, 8 * 300 + 1});
     a.SetAt(8 * 300);
     a.Compress();
     EXPECT_TRUE(a.IsCompressed());
@@ -632,7 +615,7 @@ TEST(BitArrayRawBuffers, StaticSetAtCopiesBitsOneByOneInRisingOrder) {
 // ---- Ranks and lists --------------------------------------------------------------------------
 
 TEST(BitArrayIndex, RanksAndBitsOfASmallSet) {
-    CBitArray a = Of({3, 9});
+    CBitArray a = BitsOf({3, 9});
     EXPECT_EQ(a.GetIndexBit(0), 3);
     EXPECT_EQ(a.GetIndexBit(1), 9);
     EXPECT_EQ(a.GetIndexBit(2), -1);
@@ -650,10 +633,19 @@ TEST(BitArrayIndex, RanksAndBitsOfASmallSet) {
     EXPECT_EQ(Plain(Hex("00 00")).GetTailBit(), -1);
 }
 
+// The rank table is a protected part of the class: its step and size are the contract.
+struct IndexedArray : CBitArray {
+    int Step() const { return m_nIndexStep; }
+    int Entries() const { return m_nIndexEntries; }
+};
+
 TEST(BitArrayIndex, SampledIndexAnswersAsAFullWalk) {
     std::mt19937 random(3);
+    // count -> step, entries: the table never holds more than 10240 entries.
+    const std::pair<int, int> table[] = {{1, 10239}, {2, 5120}, {3, 10001}};
+    int row = 0;
     for (int count : {10239, 10240, 30001}) {
-        CBitArray a;
+        IndexedArray a;
         std::vector<int> bits;
         for (int bit = 0; static_cast<int>(bits.size()) < count;
              bit += 1 + static_cast<int>(random() % 70)) {
@@ -673,11 +665,14 @@ TEST(BitArrayIndex, SampledIndexAnswersAsAFullWalk) {
             ASSERT_EQ(a.GetActualBit(bit), rank < 0 ? -1 : bits[rank]);
         }
         EXPECT_EQ(a.GetTailBit(), bits.back());
+        EXPECT_EQ(a.Step(), table[row].first) << count;
+        EXPECT_EQ(a.Entries(), table[row].second) << count;
+        ++row;
     }
 }
 
 TEST(BitArrayIndex, ChangesAndCopiesKeepCountAndRanksTrue) {
-    CBitArray a = Of({1, 5, 9});
+    CBitArray a = BitsOf({1, 5, 9});
     EXPECT_EQ(a.GetIndexBit(2), 9);
     CBitArray copy(a);
     EXPECT_EQ(copy.GetIndexBit(1), 5);
@@ -689,7 +684,7 @@ TEST(BitArrayIndex, ChangesAndCopiesKeepCountAndRanksTrue) {
     a.SetLength(1);
     EXPECT_EQ(a.GetCount(), 2);
     EXPECT_EQ(a.GetIndexBit(2), -1);
-    CBitArray packed = Of({0, 9});
+    CBitArray packed = BitsOf({0, 9});
     packed.Compress();
     EXPECT_EQ(packed.GetCount(), 3);  // the bits of 01 01 02, as every plain operation reads them
     packed.Decompress();
@@ -697,7 +692,7 @@ TEST(BitArrayIndex, ChangesAndCopiesKeepCountAndRanksTrue) {
 }
 
 TEST(BitArrayLists, Bmp2ArrayGivesTheSetBitsOrNothing) {
-    CBitArray a = Of({0, 63, 64, 700});
+    CBitArray a = BitsOf({0, 63, 64, 700});
     int* ints = nullptr;
     unsigned short* shorts = nullptr;
     ASSERT_EQ(a.Bmp2Array(ints), 4);
@@ -723,7 +718,7 @@ TEST(BitArrayLists, Bmp2ArrayGivesTheSetBitsOrNothing) {
 TEST(BitArrayLists, Array2BmpSetsEveryElementInAnyOrder) {
     CDWordArray list;
     for (DWORD v : {40u, 3u, 40u, 0x80000000u, 9u}) list.Add(v);
-    CBitArray a = Of({100});
+    CBitArray a = BitsOf({100});
     a.Array2Bmp(list);
     EXPECT_EQ(SetBits(a), (std::vector<int>{3, 9, 40}));
     EXPECT_EQ(a.GetLength(), 6);
@@ -736,7 +731,7 @@ TEST(BitArrayLists, Array2BmpSetsEveryElementInAnyOrder) {
 }
 
 TEST(BitArrayLists, Append2ArrayAndRange2ArrayExtendAList) {
-    CBitArray a = Of({2, 70});
+    CBitArray a = BitsOf({2, 70});
     CDWordArray list;
     EXPECT_EQ(a.Append2Array(list), 2);
     a.SetAt(71);

@@ -12,14 +12,6 @@
 #include "dorvik/BitsBinFile.h"
 #include "index/BitRecord.h"
 
-namespace {
-CBitArray Bits(std::initializer_list<int> bits) {
-    CBitArray a;
-    for (int b : bits) a.SetAt(b);
-    return a;
-}
-}  // namespace
-
 TEST(BitRecordFile, StoresRecordsCompressedAndReadsThemExpanded) {
     TempDir dir;
     CBitsBinFile f(dir.Path("a").c_str(), CFile::modeCreate | CFile::modeReadWrite);
@@ -55,23 +47,27 @@ TEST(BitRecordFile, UnitesAndIntersectsRecords) {
     int list[] = {0, 2, 3};
     f.GetRecords(3, list, result, false, -1);
     EXPECT_FALSE(result.IsCompressed());
-    EXPECT_EQ(SetOf(result), (std::set<int>{2}));
+    EXPECT_EQ(SetBits(result), (std::vector<int>{2}));
     f.GetRecords(3, list, result, true, -1);
-    EXPECT_EQ(SetOf(result), (std::set<int>{1, 2, 9, 300, 301}));
+    EXPECT_EQ(SetBits(result), (std::vector<int>{1, 2, 9, 300, 301}));
     int emptyFirst[] = {1, 0};
     f.GetRecords(2, emptyFirst, result, false, -1);
     EXPECT_EQ(result.GetLength(), 0);
     f.GetRecords(2, emptyFirst, result, true, -1);  // an empty start is refilled
-    EXPECT_EQ(SetOf(result), (std::set<int>{1, 2, 300}));
+    EXPECT_EQ(SetBits(result), (std::vector<int>{1, 2, 300}));
     f.GetRecords(0, nullptr, result, true, -1);
     EXPECT_EQ(result.GetLength(), 0);
     f.GetRecords(nullptr, result, false, -1);  // all non-empty records
-    EXPECT_EQ(SetOf(result), (std::set<int>{2}));
-    CBitArray some = Bits({0, 2});
+    EXPECT_EQ(SetBits(result), (std::vector<int>{2}));
+    CBitArray some = BitsOf({0, 2});
     f.GetRecords(&some, result, true, -1);
-    EXPECT_EQ(SetOf(result), (std::set<int>{1, 2, 300, 301}));
-    f.GetRecords(3, list, result, true, 1);  // the limit keeps the low bits exact
-    EXPECT_TRUE(result.GetAt(1) && result.GetAt(2));
+    EXPECT_EQ(SetBits(result), (std::vector<int>{1, 2, 300, 301}));
+    // A limit of 1 byte expands each record up to the item that reaches it: the first
+    // byte, since literals count one by one. Bits 9, 300 and 301 lie beyond it.
+    f.GetRecords(3, list, result, true, 1);
+    EXPECT_EQ(SetBits(result), (std::vector<int>{1, 2}));
+    f.GetRecords(3, list, result, false, 1);
+    EXPECT_EQ(SetBits(result), (std::vector<int>{2}));
 }
 
 TEST(BitRecordFile, TransposesByRankAndByBit) {
@@ -83,12 +79,12 @@ TEST(BitRecordFile, TransposesByRankAndByBit) {
     f.Invert(nullptr, true, nullptr, &byRank);
     EXPECT_FALSE(byRank.IsSafeMode());
     EXPECT_EQ(byRank.GetRecordCount(), 2);
-    EXPECT_EQ(Row(byRank, 0), (std::set<int>{0}));
-    EXPECT_EQ(Row(byRank, 1), (std::set<int>{0, 1}));
+    EXPECT_EQ(Row(byRank, 0), (std::vector<int>{0}));
+    EXPECT_EQ(Row(byRank, 1), (std::vector<int>{0, 1}));
     f.Invert(nullptr, false, nullptr, nullptr);  // in place, by bit number
     EXPECT_EQ(f.GetRecordCount(), 10);
-    EXPECT_EQ(Row(f, 3), (std::set<int>{0}));
-    EXPECT_EQ(Row(f, 9), (std::set<int>{0, 1}));
+    EXPECT_EQ(Row(f, 3), (std::vector<int>{0}));
+    EXPECT_EQ(Row(f, 9), (std::vector<int>{0, 1}));
     for (int r : {0, 1, 2, 4, 5, 6, 7, 8}) EXPECT_EQ(f.GetRecordLength(r), 0);
     f.Close();
     EXPECT_TRUE(CBinFile::IsValidBinFile(dir.Path("a").c_str()));
@@ -99,12 +95,12 @@ TEST(BitRecordFile, TransposesWithAnExplicitColumnSet) {
     CBitsBinFile f(dir.Path("a").c_str(), CFile::modeCreate | CFile::modeReadWrite);
     AddRows(f, {{1, 4, 20000}, {4, 7}});
     CBitsBinFile out(dir.Path("o").c_str(), CFile::modeCreate | CFile::modeReadWrite);
-    CBitArray columns = Bits({4, 5, 7});  // 5 is in no record; 1 and 20000 are outside
+    CBitArray columns = BitsOf({4, 5, 7});  // 5 is in no record; 1 and 20000 are outside
     f.Invert(&columns, true, nullptr, &out);
     EXPECT_EQ(out.GetRecordCount(), 3);
-    EXPECT_EQ(Row(out, 0), (std::set<int>{0, 1}));
+    EXPECT_EQ(Row(out, 0), (std::vector<int>{0, 1}));
     EXPECT_EQ(out.GetRecordLength(1), 0);
-    EXPECT_EQ(Row(out, 2), (std::set<int>{1}));
+    EXPECT_EQ(Row(out, 2), (std::vector<int>{1}));
     CBitsBinFile empty(dir.Path("e").c_str(), CFile::modeCreate | CFile::modeReadWrite);
     empty.Invert(nullptr, true, nullptr, &out);  // no records: the target keeps its own
     EXPECT_EQ(out.GetRecordCount(), 3);
@@ -113,9 +109,12 @@ TEST(BitRecordFile, TransposesWithAnExplicitColumnSet) {
 TEST(BitRecordFile, TransposeRoundTripsARandomMatrix) {
     TempDir dir;
     std::mt19937 rng(5);
-    std::vector<std::set<int>> rows(300);
-    for (auto& row : rows)
-        for (int k = 0; k < 20; ++k) row.insert(static_cast<int>(rng() % 40000));
+    std::vector<std::vector<int>> rows(300);
+    for (auto& row : rows) {
+        std::set<int> bits;
+        for (int k = 0; k < 20; ++k) bits.insert(static_cast<int>(rng() % 40000));
+        row.assign(bits.begin(), bits.end());
+    }
     CBitsBinFile f(dir.Path("a").c_str(), CFile::modeCreate | CFile::modeReadWrite);
     AddRows(f, rows);
     CBitsBinFile t(dir.Path("t").c_str(), CFile::modeCreate | CFile::modeReadWrite);
@@ -158,6 +157,20 @@ TEST(BitRecordFile, ChangesAndReadsSingleBits) {
     EXPECT_EQ(f.GetRecordLength(0), 0);
 }
 
+TEST(BitRecordFile, ARunCutShortByTheEndOfADamagedRecordCountsForNothing) {
+    TempDir dir;
+    CBitsBinFile f(dir.Path("a").c_str(), CFile::modeCreate | CFile::modeReadWrite);
+    Bytes damaged = Hex("01 03 FF 10");  // bits 0 and 1, then a 0xFF run without its count
+    f.CBinFile::Add(damaged.data(), static_cast<int>(damaged.size()));
+    EXPECT_EQ(f.GetCount(0), 2);
+    EXPECT_EQ(Row(f, 0), (std::vector<int>{0, 1}));
+    EXPECT_FALSE(f.GetAt(0, 8));
+    EXPECT_EQ(f.GetIndexBit(0, 3), 8);  // the bits run out at the end of byte 0
+    f.SetAt(0, 20);                     // the record is rewritten whole and sound
+    EXPECT_EQ(Row(f, 0), (std::vector<int>{0, 1, 20}));
+    EXPECT_EQ(f.GetCount(0), 3);
+}
+
 TEST(BitRecordFile, UnitesAndIntersectsWholeFiles) {
     TempDir dir;
     {
@@ -169,17 +182,17 @@ TEST(BitRecordFile, UnitesAndIntersectsWholeFiles) {
     CBitsBinFile::OrFiles(dir.Path("s").c_str(), dir.Path("d").c_str());
     CBitsBinFile d(dir.Path("d").c_str(), CFile::modeReadWrite);
     EXPECT_EQ(d.GetRecordCount(), 4);
-    EXPECT_EQ(Row(d, 0), (std::set<int>{1, 3}));
-    EXPECT_EQ(Row(d, 1), (std::set<int>{4}));
-    EXPECT_EQ(Row(d, 2), (std::set<int>{2, 50}));
-    EXPECT_EQ(Row(d, 3), (std::set<int>{7}));
+    EXPECT_EQ(Row(d, 0), (std::vector<int>{1, 3}));
+    EXPECT_EQ(Row(d, 1), (std::vector<int>{4}));
+    EXPECT_EQ(Row(d, 2), (std::vector<int>{2, 50}));
+    EXPECT_EQ(Row(d, 3), (std::vector<int>{7}));
     CBitsBinFile narrow(dir.Path("n").c_str(), CFile::modeCreate | CFile::modeReadWrite);
     AddRows(narrow, {{3}, {5}, {50}});
     d.And(&narrow);
     EXPECT_EQ(d.GetRecordCount(), 3);  // past the source's count: gone
-    EXPECT_EQ(Row(d, 0), (std::set<int>{3}));
+    EXPECT_EQ(Row(d, 0), (std::vector<int>{3}));
     EXPECT_EQ(d.GetRecordLength(1), 0);
-    EXPECT_EQ(Row(d, 2), (std::set<int>{50}));
+    EXPECT_EQ(Row(d, 2), (std::vector<int>{50}));
     CBitsBinFile tail(dir.Path("t").c_str(), CFile::modeCreate | CFile::modeReadWrite);
     AddRows(tail, {{3}, {}, {}});
     d.And(&tail);  // trailing records left empty go too

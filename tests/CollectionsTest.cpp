@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <set>
 #include <vector>
 
 #include "Dorvik01.h"
@@ -41,9 +40,9 @@ TEST(BitArrayArray, SavesDirectlyAndLoadsBack) {
     a.Save(dir.Path("a").c_str(), opOr, false, false, nullptr);
     CBitsBinFile f(dir.Path("a").c_str(), CFile::modeRead);
     EXPECT_EQ(f.GetRecordCount(), 3);
-    EXPECT_EQ(Row(f, 0), (std::set<int>{3}));
+    EXPECT_EQ(Row(f, 0), (std::vector<int>{3}));
     EXPECT_EQ(f.GetRecordLength(1), 0);
-    EXPECT_EQ(Row(f, 2), (std::set<int>{70000}));
+    EXPECT_EQ(Row(f, 2), (std::vector<int>{70000}));
     CBitArrayArray b;
     b.Init(&f, nullptr);
     EXPECT_EQ(b.GetSize(), 3);
@@ -66,17 +65,17 @@ TEST(BitArrayArray, MergesIntoAFileWithRecords) {
     a.Save(&f, opOr, true, false, &Record);
     EXPECT_TRUE(f.IsOpen());  // reopened on the same path
     EXPECT_EQ(f.GetRecordCount(), 7);
-    EXPECT_EQ(Row(f, 0), (std::set<int>{0, 1}));
-    EXPECT_EQ(Row(f, 1), (std::set<int>{1}));
-    EXPECT_EQ(Row(f, 2), (std::set<int>{2, 5}));
-    EXPECT_EQ(Row(f, 3), (std::set<int>{3}));
-    EXPECT_EQ(Row(f, 6), (std::set<int>{9}));
+    EXPECT_EQ(Row(f, 0), (std::vector<int>{0, 1}));
+    EXPECT_EQ(Row(f, 1), (std::vector<int>{1}));
+    EXPECT_EQ(Row(f, 2), (std::vector<int>{2, 5}));
+    EXPECT_EQ(Row(f, 3), (std::vector<int>{3}));
+    EXPECT_EQ(Row(f, 6), (std::vector<int>{9}));
     EXPECT_EQ(g_totals, (std::vector<int>{7, 7, 7}));
     EXPECT_EQ(a.GetSize(), 7);  // freed: slots null, size kept
     EXPECT_EQ(static_cast<CPtrArray&>(a).GetAt(0), nullptr);
     a.GetAt(2)->SetAt(2);
     a.Save(&f, opXor, false, false, nullptr);  // the union becomes empty: an empty record
-    EXPECT_EQ(Row(f, 2), (std::set<int>{5}));
+    EXPECT_EQ(Row(f, 2), (std::vector<int>{5}));
     a.GetAt(2)->ResetAt(2);
     a.GetAt(2)->SetAt(5);
     a.Save(&f, opXor, false, false, nullptr);
@@ -94,16 +93,16 @@ TEST(BitArrayArray, CopyReplacesAndPackedStoresAMap) {
     a.GetAt(7)->SetAt(70);
     a.Save(&f, opCopy, false, true, nullptr);
     EXPECT_EQ(f.GetRecordCount(), 3);
-    EXPECT_EQ(Row(f, 0), (std::set<int>{2, 7}));
-    EXPECT_EQ(Row(f, 1), (std::set<int>{20}));
-    EXPECT_EQ(Row(f, 2), (std::set<int>{70}));
+    EXPECT_EQ(Row(f, 0), (std::vector<int>{2, 7}));
+    EXPECT_EQ(Row(f, 1), (std::vector<int>{20}));
+    EXPECT_EQ(Row(f, 2), (std::vector<int>{70}));
     CBitArrayArray b;
     b.GetAt(0)->SetAt(4);
     b.Save(dir.Path("a2").c_str(), opCopy, false, false, nullptr);
     b.Save(dir.Path("a2").c_str(), opCopy, false, false, nullptr);  // truncated, not merged
     CBitsBinFile g(dir.Path("a2").c_str(), CFile::modeRead);
     EXPECT_EQ(g.GetRecordCount(), 1);
-    EXPECT_EQ(Row(g, 0), (std::set<int>{4}));
+    EXPECT_EQ(Row(g, 0), (std::vector<int>{4}));
 }
 
 TEST(BitArrayArray, MergesIntoAMemoryTwinAndReloadsIt) {
@@ -113,8 +112,8 @@ TEST(BitArrayArray, MergesIntoAMemoryTwinAndReloadsIt) {
     a.GetAt(1)->SetAt(8);
     a.Save(&m, opOr, false, false, nullptr);
     EXPECT_EQ(m.GetRecordCount(), 2);
-    EXPECT_EQ(Row(m, 0), (std::set<int>{1}));
-    EXPECT_EQ(Row(m, 1), (std::set<int>{2, 8}));
+    EXPECT_EQ(Row(m, 0), (std::vector<int>{1}));
+    EXPECT_EQ(Row(m, 1), (std::vector<int>{2, 8}));
     CBitsBinFile closed;  // neither a path nor memory: refused before any change
     EXPECT_THROW(a.Save(&closed, opOr, false, false, nullptr), CFileException);
 }

@@ -20,11 +20,6 @@ bool AllZero(const void* p, std::size_t n) {
 
 std::vector<std::string> g_lines;
 void Capture(const char* text) { g_lines.emplace_back(text); }
-int CaptureMessage(const char* text, UINT type, UINT help) {
-    g_lines.emplace_back(std::string(text) + "|" + std::to_string(type) + "|" +
-                         std::to_string(help));
-    return 1;
-}
 }  // namespace
 
 TEST(Blocks, ComeZeroedAndStayZeroedThroughShrinkAndGrowth) {
@@ -41,18 +36,28 @@ TEST(Blocks, ComeZeroedAndStayZeroedThroughShrinkAndGrowth) {
     for (int i = 0; i < 10; ++i) EXPECT_EQ(b[i], 0xAA);
     EXPECT_TRUE(AllZero(b + 10, 4990));
     std::free(b);  // the two families mix
-    void* m = std::malloc(16);
+    // A block from malloc may be regrown: its bytes stay, and the new ones read 0.
+    auto* m = static_cast<unsigned char*>(std::malloc(16));
+    std::memset(m, 0x55, 16);
+    m = static_cast<unsigned char*>(RegrowBlock(m, 1 << 16));
+    EXPECT_EQ(m[0], 0x55);
+    EXPECT_EQ(m[15], 0x55);
+    EXPECT_TRUE(AllZero(m + 64, (1 << 16) - 64));
     DropBlock(m);
-    DropBlock(nullptr);
 }
 
 TEST(Blocks, TheLimitHookMakesLargeRequestsFail) {
-    DorvikSetBlockLimit(100);
-    EXPECT_EQ(GrabBlock(101), nullptr);
-    void* small = GrabBlock(100);
-    EXPECT_NE(small, nullptr);
-    EXPECT_THROW(small = RegrowBlock(small, 200), CMemoryException);
-    DorvikSetBlockLimit(SIZE_MAX);
+    void* small = nullptr;
+    {
+        BlockLimit limit(100);
+        EXPECT_EQ(GrabBlock(101), nullptr);
+        small = GrabBlock(100);
+        EXPECT_NE(small, nullptr);
+        EXPECT_THROW(small = RegrowBlock(small, 200), CMemoryException);
+        EXPECT_THROW(RegrowBlock(nullptr, 101), CMemoryException);
+    }
+    small = RegrowBlock(small, 200);  // lifted with the end of the scope
+    EXPECT_TRUE(AllZero(small, 200));
     DropBlock(small);
 }
 
@@ -143,6 +148,29 @@ TEST(MemFile, GrowsByStepsAndKeepsTheCallersBlock) {
     EXPECT_EQ(borrowed.m_nGrowBytes, 0u);
 }
 
+TEST(MemFile, BytesGivenUpByAShrinkReadZeroWhenTheLengthGrowsBack) {
+    CMemFile m(64);
+    m.Write("abcdefgh", 8);
+    char back[8] = {};
+    m.SetLength(2);
+    m.SetLength(8);  // inside the block: the old bytes must not come back
+    m.SeekToBegin();
+    EXPECT_EQ(m.Read(back, 8), 8u);
+    EXPECT_EQ(std::string(back, 8), std::string("ab\0\0\0\0\0\0", 8));
+    m.Write("cdefgh", 6);
+    m.SetLength(2);
+    m.Seek(6, CFile::begin);  // a gap left by a seek past the end, filled by a write
+    m.Write("z", 1);
+    m.SeekToBegin();
+    EXPECT_EQ(m.Read(back, 8), 7u);
+    EXPECT_EQ(std::string(back, 7), std::string("ab\0\0\0\0z", 7));
+    m.SetLength(0);
+    m.SetLength(3);
+    m.SeekToBegin();
+    EXPECT_EQ(m.Read(back, 8), 3u);
+    EXPECT_EQ(std::string(back, 3), std::string(3, '\0'));
+}
+
 TEST(TempFiles, AreCreatedEmptyWithTheirPrefix) {
     CString a, b;
     MakeTempFileName(a, nullptr);
@@ -163,13 +191,12 @@ TEST(Diagnostics, MessagesAndTraceReachTheirHandlers) {
     DorvikLibraryAttach();
     DorvikLibraryDetach();
     AfxSetTraceSink(old);
-    AfxMessageHandler oldMessage = AfxSetMessageHandler(&CaptureMessage);
-    EXPECT_EQ(AfxMessageBox("Can't move file data.\r\nNot enough memory!", 0, 0), 1);
-    AfxSetMessageHandler(oldMessage);
-    ASSERT_EQ(g_lines.size(), 3u);
-    EXPECT_EQ(g_lines[0], "Dorvik.DLL Initializing!\n");
-    EXPECT_EQ(g_lines[1], "Dorvik.DLL Terminating!\n");
-    EXPECT_EQ(g_lines[2], "Can't move file data.\r\nNot enough memory!|0|0");
+    EXPECT_EQ(g_lines, (std::vector<std::string>{"Dorvik.DLL Initializing!\n",
+                                                 "Dorvik.DLL Terminating!\n"}));
+    MessageCapture shown;
+    EXPECT_EQ(AfxMessageBox("Can't move file data.\r\nNot enough memory!", 3, 7), 1);
+    EXPECT_EQ(shown.messages,
+              std::vector<std::string>{"Can't move file data.\r\nNot enough memory!|3|7"});
 }
 
 TEST(String, KeepsBytesAndFollowsTheBufferProtocol) {
@@ -189,14 +216,46 @@ TEST(String, KeepsBytesAndFollowsTheBufferProtocol) {
     CString t("word\xF3\xF8");
     t.TrimRight("\xF3\xF8");
     EXPECT_EQ(t, "word");
-    CString u("  pad \t");
-    u.TrimLeft();
-    u.TrimRight();
-    EXPECT_EQ(u, "pad");
+    // White space is blank, tab, LF, VT, FF and CR, on either side; nothing else.
+    for (const char* padded : {"  pad \t", "\r\n\t\v\f pad\r\n\r", "pad\r", "\rpad"}) {
+        CString v(padded);
+        v.TrimLeft();
+        v.TrimRight();
+        EXPECT_EQ(v, "pad") << padded;
+    }
+    CString w("word\r\n\r");
+    w.TrimRight();
+    EXPECT_EQ(w, "word");
+    CString kept("\xA0x\x01");  // bytes that are no white space stay
+    kept.TrimLeft();
+    kept.TrimRight();
+    EXPECT_EQ(kept, "\xA0x\x01");
+    CString u;
     u.Format("%d-%d", 3, -4);
     EXPECT_EQ(u + '!' + "?", "3--4!?");
     EXPECT_EQ('<' + u, "<3--4");
     EXPECT_TRUE(CString(nullptr).IsEmpty());
+}
+
+TEST(Arrays, GrowingBackOverGivenUpElementsReadsZero) {
+    CDWordArray a;
+    a.SetSize(10, -1);
+    for (int i = 0; i < 10; ++i) a[i] = static_cast<DWORD>(i + 1);
+    a.SetSize(2, -1);
+    a.SetSize(10, -1);  // within the capacity: the old values must not come back
+    EXPECT_EQ(a[1], 2u);
+    for (int i = 2; i < 10; ++i) EXPECT_EQ(a.GetAt(i), 0u) << i;
+    a.SetSize(1, -1);
+    a.SetAtGrow(4, 9);
+    EXPECT_EQ(a.GetAt(1), 0u);
+    EXPECT_EQ(a.GetAt(3), 0u);
+    CPtrArray p;
+    int x = 0;
+    p.SetSize(6, -1);
+    for (int i = 0; i < 6; ++i) p[i] = &x;
+    p.SetSize(1, -1);
+    p.SetSize(6, -1);
+    for (int i = 1; i < 6; ++i) EXPECT_EQ(p.GetAt(i), nullptr) << i;
 }
 
 TEST(Arrays, GrowWithZerosAndCopy) {
@@ -234,15 +293,17 @@ TEST(File, WriteBehindGathersSmallWritesWithoutChangingWhatIsRead) {
     f.Write("abc", 3);
     f.Write("def", 3);
     EXPECT_EQ(ReadAll(dir.Path("a")).size(), 0u);  // still in memory
-    EXPECT_EQ(f.GetLength(), 6u);                  // the end counts what is gathered
     f.Seek(1, CFile::begin);
-    f.Write("X", 1);  // not behind the last write: goes out first
+    f.Write("X", 1);  // not behind the last write: what was gathered goes out first
+    EXPECT_EQ(ReadAll(dir.Path("a")), B("abcdef"));
     char buf[8] = {};
     f.SeekToBegin();
-    EXPECT_EQ(f.Read(buf, 8), 6u);
+    EXPECT_EQ(f.Read(buf, 8), 6u);  // a read sends the X out before it reads
     EXPECT_EQ(std::string(buf, 6), "aXcdef");
     f.SeekToEnd();
     f.Write("gh", 2);
+    EXPECT_EQ(ReadAll(dir.Path("a")).size(), 6u);
+    EXPECT_EQ(f.GetLength(), 8u);  // the end counts what is gathered
     f.SetWriteBehind(false);
     EXPECT_EQ(ReadAll(dir.Path("a")), B("aXcdefgh"));
     f.SetWriteBehind(true);

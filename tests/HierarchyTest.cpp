@@ -18,10 +18,6 @@ void Build(CHierarchy& h, const std::vector<int>& levels) {
 // Two trees: 0 a, 1 a/b, 2 a/b/c, 3 a/b/d, 4 a/e, 5 f, 6 f/g.
 const std::vector<int> kExample = {0, 1, 2, 2, 1, 0, 1};
 
-std::vector<int> Bits(const CBitArray& a) {
-    std::set<int> bits = SetOf(a);
-    return std::vector<int>(bits.begin(), bits.end());
-}
 
 // The children in both forms, which must agree; the bit target comes back plain.
 std::vector<int> Children(const CHierarchy& h, int node, int mode) {
@@ -30,7 +26,7 @@ std::vector<int> Children(const CHierarchy& h, int node, int mode) {
     CDWordArray list;
     list.Add(99);  // replaced, not added to
     int listed = h.GetChildrenNodes(node, list, mode);
-    std::vector<int> got = Bits(bits);
+    std::vector<int> got = SetBits(bits);
     EXPECT_FALSE(bits.IsCompressed());
     EXPECT_EQ(std::vector<int>(list.GetData(), list.GetData() + list.GetSize()), got);
     EXPECT_EQ(listed, list.GetSize());
@@ -49,7 +45,7 @@ std::vector<int> Path(const CHierarchy& h, int node, bool relative) {
 std::vector<int> Scope(const CHierarchy& h, int node) {
     CBitArray scope(true);
     h.GetNodeScope(node, scope);
-    return Bits(scope);
+    return SetBits(scope);
 }
 }  // namespace
 
@@ -154,7 +150,7 @@ TEST(Hierarchy, NodeCountFollowsChangesAndLoads) {
     {
         CBitsBinFile f(dir.Path("tree").c_str(), CFile::modeRead);
         ASSERT_EQ(f.GetRecordCount(), 3);  // one record per level
-        EXPECT_EQ(Row(f, 1), (std::set<int>{1, 3, 4, 6}));
+        EXPECT_EQ(Row(f, 1), (Set{1, 3, 4, 6}));
     }
     h.RemoveAll();
     EXPECT_EQ(h.GetNodeCount(), 0);

@@ -29,13 +29,6 @@ std::vector<int> Values(CIXFile& f) {
     return out;
 }
 
-std::vector<int> SetBits(const CBitArray& bits) {
-    std::vector<int> out;
-    for (int i = 0; i < bits.GetLength() * 8; ++i)
-        if (bits.GetAt(i)) out.push_back(i);
-    return out;
-}
-
 std::vector<DWORD> List(CIXFile& f, int value, int op) {
     DWORD* list = nullptr;
     int n = f.Find(value, static_cast<Operation>(op), list);
@@ -44,13 +37,6 @@ std::vector<DWORD> List(CIXFile& f, int value, int op) {
     return out;
 }
 
-std::string g_message;
-UINT g_messageType = 99;
-int Capture(const char* text, UINT type, UINT help) {
-    g_message = text;
-    g_messageType = type | help;
-    return 1;
-}
 }  // namespace
 
 TEST(IXFile, DecodesAndEncodesEachRecordSize) {
@@ -179,29 +165,29 @@ TEST(IXFile, TailMoverFallsBackToSmallerBlocks) {
     std::iota(values.begin(), values.end(), 1000);
     WriteAll(dir.Path("f"), Records(values));
     CIXFile f(dir.Path("f").c_str(), kReadWrite);
-    AfxMessageHandler old = AfxSetMessageHandler(Capture);
-    g_message.clear();
-
-    // A tail of 360 bytes through blocks of at most 50: it moves in pieces of 45.
-    DorvikSetBlockLimit(50);
-    f.Insert(9, 7);
-    values.insert(values.begin() + 10, 7);
-    EXPECT_EQ(Values(f), values);
-    f.Delete(3, 4);  // the same mover, downwards
-    values.erase(values.begin() + 3, values.begin() + 5);
-    EXPECT_EQ(Values(f), values);
-    EXPECT_TRUE(g_message.empty());
+    MessageCapture shown;
+    {
+        // A tail of 360 bytes through blocks of at most 50: it moves in pieces of 45.
+        BlockLimit limit(50);
+        f.Insert(9, 7);
+        values.insert(values.begin() + 10, 7);
+        EXPECT_EQ(Values(f), values);
+        f.Delete(3, 4);  // the same mover, downwards
+        values.erase(values.begin() + 3, values.begin() + 5);
+        EXPECT_EQ(Values(f), values);
+    }
+    EXPECT_TRUE(shown.messages.empty());
 
     // Not one byte: the message, and the file as it was.
     Bytes before = ReadAll(dir.Path("f"));
-    DorvikSetBlockLimit(0);
-    f.Insert(0, 8);
-    EXPECT_EQ(g_message, "Can't move file data.\r\nNot enough memory!");
-    EXPECT_EQ(g_messageType, 0u);
-    EXPECT_THROW(f.Delete(0, 0), CMemoryException);
-    f.Add(11);  // appending moves nothing
-    DorvikSetBlockLimit(SIZE_MAX);
-    AfxSetMessageHandler(old);
+    {
+        BlockLimit limit(0);
+        f.Insert(0, 8);
+        EXPECT_EQ(shown.messages,
+                  std::vector<std::string>{"Can't move file data.\r\nNot enough memory!|0|0"});
+        EXPECT_THROW(f.Delete(0, 0), CMemoryException);
+        f.Add(11);  // appending moves nothing
+    }
     EXPECT_EQ(ReadAll(dir.Path("f")), Cat({before, Records({11})}));
 }
 
@@ -394,9 +380,10 @@ TEST(IXFile, InvertOfFarValuesNeedsLittleMemory) {
     TempDir dir;
     WriteAll(dir.Path("f"), Records({3000000, 1, 0x7FFFFFF0}));  // the last fits no file
     CIXFile f(dir.Path("f").c_str(), kReadWrite);
-    DorvikSetBlockLimit(1 << 20);  // far below the 12 MB of the result
-    f.Invert(nullptr, nullptr);
-    DorvikSetBlockLimit(SIZE_MAX);
+    {
+        BlockLimit limit(1 << 20);  // far below the 12 MB of the result
+        f.Invert(nullptr, nullptr);
+    }
     CIXFile check(dir.Path("f").c_str(), kReadWrite);
     EXPECT_EQ(check.GetRecordCount(), 3000001);
     EXPECT_EQ(check.GetRecord(0), -1);
@@ -404,4 +391,19 @@ TEST(IXFile, InvertOfFarValuesNeedsLittleMemory) {
     EXPECT_EQ(check.GetRecord(3000000), 0);
     EXPECT_EQ(check.Find(-1, 0), 3000000);
     EXPECT_EQ(check.Find(1, 1), -1);
+
+    // Values at the edges of the pieces in which the far result is filled.
+    WriteAll(dir.Path("g"), Records({65536, 65535, 131072, 131071, 65537, 200000}));
+    CIXFile g(dir.Path("g").c_str(), kReadWrite);
+    g.Invert(nullptr, nullptr);
+    std::vector<int> entries = Values(g);
+    ASSERT_EQ(entries.size(), 200001u);
+    std::vector<int> expected(200001, -1);
+    expected[65536] = 0;
+    expected[65535] = 1;
+    expected[131072] = 2;
+    expected[131071] = 3;
+    expected[65537] = 4;
+    expected[200000] = 5;
+    EXPECT_EQ(entries, expected);
 }

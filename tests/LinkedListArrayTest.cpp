@@ -14,7 +14,7 @@
 #include "TestUtil.h"
 
 namespace {
-using Rows = std::vector<std::set<int>>;
+using Rows = std::vector<Set>;
 
 // The library's temporary files go to a folder of the test's own, to be counted.
 struct TempFolder {
@@ -88,7 +88,7 @@ TEST(LinkedListArray, ChainsValuesInTheNodeFile) {
     EXPECT_EQ(Values(a, 5), (std::vector<DWORD>{0xFFFFFFFDu, 1, 1}));
     CBitArray bits;
     a.GetRecord(5, bits);
-    EXPECT_EQ(SetOf(bits), (std::set<int>{1}));
+    EXPECT_EQ(SetBits(bits), (Set{1}));
     bits.SetAt(3);
     a.GetRecord(6, bits);  // past the size: emptied
     EXPECT_EQ(bits.GetLength(), 0);

@@ -113,7 +113,11 @@ TEST(MemoryBitRecordFile, StoresCompressedRecordsInMemory) {
     DropBlock(raw);
     DWORD size = m.GetLength();
     BYTE* block = m.Detach();
-    CBitsBinFile::OrFiles(&m, &m);
+    EXPECT_EQ(m.GetRecordCount(), 0);  // a new empty image
     CMemBitsBinFile copy(block, size, 0);
     EXPECT_EQ(copy.GetCount(2), 1);
+    CBitsBinFile::OrFiles(&copy, &m);  // record by record into the other twin
+    EXPECT_TRUE(m.GetAt(0, 8));
+    EXPECT_TRUE(m.GetAt(2, 800000));
+    EXPECT_EQ(m.GetRecordCount(), 3);
 }

@@ -8,7 +8,7 @@
 #include "TestUtil.h"
 
 namespace {
-using Rows = std::vector<std::set<int>>;
+using Rows = std::vector<Set>;
 
 void Fill(CMyDWordArray* a, std::initializer_list<DWORD> numbers) {
     for (DWORD n : numbers) a->Add(n);

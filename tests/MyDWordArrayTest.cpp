@@ -25,12 +25,6 @@ std::vector<DWORD> List(CMyDWordArray& a, DWORD value, int op) {
     return out;
 }
 
-std::vector<int> SetBits(const CBitArray& bits) {
-    std::vector<int> out;
-    for (int i = 0; i < bits.GetLength() * 8; ++i)
-        if (bits.GetAt(i)) out.push_back(i);
-    return out;
-}
 }  // namespace
 
 TEST(MyDWordArray, SavesAndLoadsThePlainFileForm) {

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <random>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -20,13 +19,10 @@ Bytes At(CNDimBinFile& f, std::vector<int> path) {
     return out;
 }
 
-std::set<int> Bits(CNDimBitsBinFile& f, std::vector<int> path) {
+std::vector<int> Bits(CNDimBitsBinFile& f, std::vector<int> path) {
     CBitArray a;
     f.GetRecord(static_cast<int>(path.size()), path.data(), a, -1);
-    std::set<int> out;
-    for (int i = 0; i < a.GetLength() * 8; ++i)
-        if (a.GetAt(i)) out.insert(i);
-    return out;
+    return SetBits(a);
 }
 }  // namespace
 
@@ -233,7 +229,7 @@ TEST(NestedBitRecordFile, SetsAndReadsBitsAlongPaths) {
     EXPECT_EQ(f.GetIndexBit(2, cell, 3), 16);
     f.XOrAt(2, cell, 40);
     f.XOrAt(2, cell, 40);
-    EXPECT_EQ(Bits(f, {0, 3}), (std::set<int>{2, 9}));
+    EXPECT_EQ(Bits(f, {0, 3}), (std::vector<int>{2, 9}));
     f.ResetAt(2, cell, 2);
     f.ResetAt(2, cell, 9);
     EXPECT_EQ(f.GetRecordLength(2, cell), 0);

@@ -198,11 +198,13 @@ TEST(StringToken, SplitHandsOutACopyOfEachToken) {
     // Out of memory for a string or for the grown list: an exception, nothing leaked.
     count = 7;
     parts = nullptr;
-    DorvikSetBlockLimit(100);
-    EXPECT_THROW(CStringToken::Split(std::string(200, 'x').c_str(), " ", count, parts),
-                 CMemoryException);
-    EXPECT_THROW(CStringToken::Split("a b c d e f g h i j k", " ", count, parts), CMemoryException);
-    DorvikSetBlockLimit(SIZE_MAX);
+    {
+        BlockLimit limit(100);
+        EXPECT_THROW(CStringToken::Split(std::string(200, 'x').c_str(), " ", count, parts),
+                     CMemoryException);
+        EXPECT_THROW(CStringToken::Split("a b c d e f g h i j k", " ", count, parts),
+                     CMemoryException);
+    }
     EXPECT_EQ(count, 7);
     EXPECT_EQ(parts, nullptr);
 }

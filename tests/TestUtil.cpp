@@ -3,6 +3,7 @@
 #include "dorvik/BinFile.h"
 #include "dorvik/BitArray.h"
 #include "dorvik/BitsBinFile.h"
+#include "dorvik/Platform.h"
 
 #include <sys/stat.h>
 
@@ -95,30 +96,58 @@ std::vector<std::string> RecordsOf(CBinFile& file) {
     return out;
 }
 
-std::set<int> SetOf(const CBitArray& bits) {
-    std::set<int> out;
+std::vector<int> SetBits(const CBitArray& bits) {
+    std::vector<int> out;
     for (int i = 0; i < bits.GetLength() * 8; ++i)
-        if (bits.GetAt(i)) out.insert(i);
+        if (bits.GetAt(i)) out.push_back(i);
     return out;
 }
 
-std::set<int> Row(CBitsBinFile& file, int index) {
-    CBitArray bits;
-    file.GetRecord(index, bits, -1);
-    return SetOf(bits);
+CBitArray BitsOf(std::initializer_list<int> bits) {
+    CBitArray a;
+    for (int b : bits) a.SetAt(b);
+    return a;
 }
 
-std::vector<std::set<int>> RowsOf(const std::string& path) {
+Set Row(CBitsBinFile& file, int index) {
+    CBitArray bits;
+    file.GetRecord(index, bits, -1);
+    return SetBits(bits);
+}
+
+std::vector<Set> RowsOf(const std::string& path) {
     CBitsBinFile file(path.c_str(), CFile::modeRead);
-    std::vector<std::set<int>> rows;
+    std::vector<Set> rows;
     for (int i = 0; i < file.GetRecordCount(); ++i) rows.push_back(Row(file, i));
     return rows;
 }
 
-void AddRows(CBitsBinFile& file, const std::vector<std::set<int>>& rows) {
+void AddRows(CBitsBinFile& file, const std::vector<Set>& rows) {
     for (const auto& row : rows) {
         CBitArray bits;
         for (int b : row) bits.SetAt(b);
         file.Add(&bits);
     }
 }
+
+BlockLimit::BlockLimit(std::size_t limit) : m_old(DorvikSetBlockLimit(limit)) {}
+
+    BlockLimit::~BlockLimit() { DorvikSetBlockLimit(m_old); }
+
+    namespace {
+    MessageCapture* g_capture = nullptr;
+
+    int Capture(const char* text, UINT type, UINT help) {
+        if (g_capture)
+            g_capture->messages.push_back(std::string(text) + "|" + std::to_string(type) + "|" +
+                                          std::to_string(help));
+        return 1;
+    }
+    }  // namespace
+
+    MessageCapture::MessageCapture() : m_old(AfxSetMessageHandler(&Capture)) { g_capture = this; }
+
+    MessageCapture::~MessageCapture() {
+        g_capture = nullptr;
+        AfxSetMessageHandler(m_old);
+    }

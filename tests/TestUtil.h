@@ -1,9 +1,13 @@
-// Helpers shared by the test suites: a temporary directory per test and byte helpers.
+// Helpers shared by the test suites: a temporary directory per test, byte helpers,
+// bit sets, and the two process-wide hooks held for the length of a test.
 #pragma once
 
-#include <set>
+#include <cstddef>
+#include <initializer_list>
 #include <string>
 #include <vector>
+
+#include "dorvik/BitArray.h"
 
 using Bytes = std::vector<unsigned char>;
 
@@ -44,11 +48,42 @@ inline unsigned char* P(const char* text) {
 // Every record of an open record file, in order.
 std::vector<std::string> RecordsOf(CBinFile& file);
 
-// The set bits of a plain bit array.
-std::set<int> SetOf(const CBitArray& bits);
+// A set of bit numbers, rising.
+using Set = std::vector<int>;
+// The set bits of an array (plain bytes), rising.
+Set SetBits(const CBitArray& bits);
+// A plain array with these bits set.
+CBitArray BitsOf(std::initializer_list<int> bits);
 // The set bits of record `index` of a bit record file.
-std::set<int> Row(CBitsBinFile& file, int index);
+Set Row(CBitsBinFile& file, int index);
 // Every record of the bit record file at `path`, opened read-only.
-std::vector<std::set<int>> RowsOf(const std::string& path);
-// Appends one record per set of bits.
-void AddRows(CBitsBinFile& file, const std::vector<std::set<int>>& rows);
+std::vector<Set> RowsOf(const std::string& path);
+// Appends one record per set of bits (each given rising).
+void AddRows(CBitsBinFile& file, const std::vector<Set>& rows);
+
+// While alive, GrabBlock refuses every request above `limit` bytes (RegrowBlock
+// throws), as if memory were that short; the old limit comes back at the end.
+class BlockLimit {
+public:
+    explicit BlockLimit(std::size_t limit);
+    ~BlockLimit();
+    BlockLimit(const BlockLimit&) = delete;
+    BlockLimit& operator=(const BlockLimit&) = delete;
+
+private:
+    std::size_t m_old;
+};
+
+// While alive, the texts shown by AfxMessageBox are recorded here, as "text|type|help",
+// instead of reaching standard error.
+class MessageCapture {
+public:
+    MessageCapture();
+    ~MessageCapture();
+    MessageCapture(const MessageCapture&) = delete;
+    MessageCapture& operator=(const MessageCapture&) = delete;
+    std::vector<std::string> messages;
+
+private:
+    int (*m_old)(const char*, unsigned, unsigned);
+};

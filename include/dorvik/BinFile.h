@@ -10,10 +10,23 @@
 // small writes gather in memory (CFile::SetWriteBehind) until one of those or the
 // next read.
 //
+// What safe mode guarantees, and what it does not:
+//  - between operations the file on disk is a complete record file, as far as the
+//    operating system has it: nothing calls fsync, so a crash of the machine may still
+//    lose or tear recent changes (Flush writes through to the disk);
+//  - a change is not atomic: a process that dies inside one can leave data and table out
+//    of step;
+//  - each object keeps its own copy of the table: a second object on the same file does
+//    not see the changes of the first and reads with a stale table until it reopens;
+//  - not safe mode keeps no table on disk at all until Close, destruction or
+//    SetSafeMode(true): a process that dies before leaves the data without a table, a
+//    file that fails to open or shows wrong records.
+//
 // All storage goes through the virtuals Seek, SetLength, GetLength, Read, Write and
 // Close, so a memory twin redirects them and the same logic runs over a memory block.
 // Failures of the file layer are CFileException (CMemoryException on a memory twin)
-// and pass to the caller. Not safe for concurrent use: one object, one thread.
+// and pass to the caller. Not safe for concurrent use: one object, one thread; objects
+// on different files may be used on different threads at once.
 #pragma once
 
 #include "Arrays.h"
@@ -62,6 +75,7 @@ public:
     // 1 to 3 bytes throws CFileException(badSeek).
     bool IsValidBinFile();
     // The same test on a path; false when the path does not exist or cannot be opened.
+    // A file of 1 to 3 bytes can be opened and throws CFileException(badSeek) as above.
     static bool IsValidBinFile(const char* path);
 
     // Makes sure the file has at least `count` records by appending empty ones; never

@@ -222,6 +222,8 @@ public:
 
     // ---- Ranks and lists -------------------------------------------------------------
 
+    // The names GetIndexBit and GetBitIndex are fixed by the interface; the bit record
+    // files have members of the same names with other meanings (see their headers).
     // The set bit of rank `index` (0 is the lowest set bit); -1 when there is none.
     int GetIndexBit(int index) const;
     // One less than the number of set bits at or below `bit`: its rank when set, the rank

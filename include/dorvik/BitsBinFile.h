@@ -54,6 +54,9 @@ public:
     virtual void Invert(CBitArray* columns, bool byRank, Progress progress, CBitsBinFile* target);
     // The record into `bits`: the stored bytes when `bits` is compressed (limit not
     // used), else the expanded bytes. The old content goes.
+    // Mind the overloads: GetRecord(i, buffer, length, 1) passes an int and so picks the
+    // expanding form below with a limit of 1 byte; pass true or false for the stored
+    // bytes of CBinFile::GetRecord.
     virtual void GetRecord(int index, CBitArray& bits, int limit);
     // The expanded record in a new GrabBlock block (release with DropBlock), `limit`
     // as above; null and 0 for an empty or absent record.
@@ -70,14 +73,23 @@ public:
     // Single bits of record `index`. SetAt extends the file when needed and writes only
     // when the bit was clear; ResetAt writes only when the bit was set (the record may
     // become empty). A negative bit changes nothing and reads as clear.
+    // Cost: each change reads and expands the whole record, compresses it again and
+    // rewrites it, which moves every stored byte behind it and, in safe mode, the table
+    // tail. Building an index posting by posting is quadratic: 2,000 documents of 30
+    // words take seconds this way and milliseconds through CBitArrayArray
+    // (Collections.h) and one Save, which writes the same bytes (bench:
+    // --benchmark_filter=Postings). Gather postings in a collection and save once.
     virtual void SetAt(int index, int bit);
     virtual void ResetAt(int index, int bit);
     virtual bool GetAt(int index, int bit);
+    // The names GetBitIndex and GetIndexBit are fixed by the interface, and mean other
+    // things here than in CBitArray and CNDimBitsBinFile; read each contract.
     // Set bits below `bit` (clamped to the record), less 1 when that bit is clear: the
     // rank of the bit or of the nearest set bit below it; -1 for none or an empty record.
     virtual int GetBitIndex(int index, int bit);
     // Scans from bit 0 past `count` set bits and returns where the scan stopped: 0 for
     // a count of 0, one past the count-th set bit, or 8 * length when the bits run out.
+    // So it is one more than CBitArray::GetIndexBit(count - 1), which is zero-based.
     virtual int GetIndexBit(int index, int count);
     // The number of set bits of the record (counted on the compressed form).
     virtual int GetCount(int index);

@@ -12,6 +12,10 @@
 // are trimmed. A frequency file shorter than the dictionary gives -1 to the forms
 // beyond its end, which can never be chosen: when no candidate has a frequency of 0 or
 // more the word is left unchanged.
+//
+// Threads: both functions keep no state between calls and share none; several threads
+// may run them at once, on the same three files too (each call opens its own read-only
+// objects). Each thread passes its own buffer and result.
 #pragma once
 
 #include "String.h"

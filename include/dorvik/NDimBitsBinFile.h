@@ -39,7 +39,9 @@ public:
     virtual void GetRecords(int dim, int* indices, CBitArray& selection, CBitArray& result,
                             bool unite, int limit);
     // Set bits below `bit` when `bit` is set; -1 for a clear bit, a bit past the
-    // record, a negative bit or an empty record.
+    // record, a negative bit or an empty record. Unlike CBitsBinFile::GetBitIndex and
+    // CBitArray::GetBitIndex, a clear bit gives -1, not the rank of the set bit below it
+    // (the names are fixed by the interface).
     virtual int GetBitIndex(int dim, int* indices, int bit);
     // As CBitsBinFile::GetIndexBit: where a scan from bit 0 stops having passed `count`
     // set bits (0 for a count of 0, 8 * length when the bits run out).

@@ -16,8 +16,8 @@ using BOOL = int;
 using BYTE = unsigned char;
 
 // Opaque iteration handle of the node classes.
-struct __POSITION;
-using POSITION = __POSITION*;
+struct DorvikPosition;
+using POSITION = DorvikPosition*;
 
 // Root of the file classes and of the pointer-array containers.
 class DORVIK_API CObject {
@@ -30,7 +30,8 @@ public:
 
 // Blocks of the C heap. Every byte of a new block, and every byte that a growth adds,
 // reads 0, also after a shrink and a later growth. Blocks are released with DropBlock
-// or with free(); malloc blocks may be given to DropBlock and RegrowBlock.
+// or with free(); malloc blocks may be given to DropBlock and RegrowBlock. Who releases
+// what the library hands out (DropBlock, delete[], free) is listed in the README.
 
 // A block of at least `size` bytes, all zero (size 0 gives a valid 1-byte block).
 // Returns null when memory is exhausted; never throws.
@@ -46,11 +47,14 @@ DORVIK_API void DropBlock(void* block);
 
 // Test hook: GrabBlock returns null for any request above `limit` bytes, as if memory
 // were exhausted (RegrowBlock throws). Pass SIZE_MAX to lift it. Returns the old limit.
+// Like the two handlers below it is process-wide: it may be set from any thread, and it
+// holds for every thread at once.
 DORVIK_API std::size_t DorvikSetBlockLimit(std::size_t limit);
 
 // A modal message with an OK button. The library shows one text only, when a data
-// move runs out of memory. The handler gets the text as it stands; the default
-// handler writes it as one line on standard error. Returns 1 (IDOK).
+// move runs out of memory. The handler gets the text as it stands, on the thread of the
+// operation; the default handler writes it as one line on standard error. Returns 1
+// (IDOK). Handler and sink are process-wide and may be replaced from any thread.
 DORVIK_API int AfxMessageBox(const char* text, UINT type = 0, UINT help = 0);
 using AfxMessageHandler = int (*)(const char* text, UINT type, UINT help);
 // Replaces the message handler (null restores the default); returns the previous one.

@@ -42,11 +42,9 @@ public:
     // Opens through the CBinFile constructor (which throws CFileException when the file
     // cannot be opened).
     CTextBinFile(const char* path, UINT flags);
-    // Deletes the filter and releases the blocks; the index file is left alone. In
-    // sort-tree mode the words are first written to the file as FreeSortTree does, but
-    // the index file is not touched (it may be destroyed already) and so does not list
-    // the words added in that mode. Errors of that write are dropped (a destructor never
-    // throws): call Close or FreeSortTree to rebuild the index file and see errors.
+    // Deletes the filter and releases the blocks; the index file is left alone. Words
+    // added in sort-tree mode and not yet written by FreeSortTree or Close are lost: the
+    // file stays as it was before InitSortTree.
     ~CTextBinFile() override;
 
     // The inherited forms stay visible; they take record numbers, except the GetRecord
@@ -72,9 +70,9 @@ public:
     void SetIndexFile(CIXFile* index) { m_pIndexFile = index; }
     CIXFile* GetIndexFile() const { return m_pIndexFile; }
     // Replaces the filter by a copy of `length` bytes of `bits` (bit p set: view position
-    // p belongs to the view); null bits or a length of 0 or less removes it. Ignored in
-    // sort-tree mode, where the view must not change under the tree. Throws
-    // CMemoryException.
+    // p belongs to the view); null bits or a length of 0 removes it, and a negative
+    // length leaves an empty filter, an empty view. Ignored in sort-tree mode, where the
+    // view must not change under the tree. Throws CMemoryException.
     void SetFilter(unsigned char* bits, int length);
     // The filter, or null. It stays the property of the file.
     CBitArray* GetFilter() const { return m_pFilter; }
@@ -84,7 +82,8 @@ public:
     // The number of serials: the filter's count of set bits when there is a filter; else
     // in sort-tree mode the tree's count (a repeat that a unique tree refused does not
     // count); else the number of records. A serial whose index file entry names no
-    // record reads as the empty string.
+    // record reads as the empty string. This hides CBinFile::GetRecordCount (the name
+    // is fixed): call CBinFile::GetRecordCount() for the number of records in the file.
     int GetRecordCount();
     // The record number of a serial; -1 when the serial lies outside the view or the
     // index file names no record of the file.
@@ -113,6 +112,10 @@ public:
     // to the tree like the five-argument Add.
     void Add(const char* text);
     // Adds a word of `length` bytes (-1: strlen; a null text is the empty word).
+    // Cost: a sorted Add shifts the tail of the data file (without index file) or of the
+    // index file (with one) for every word; to load many words use the sort-tree mode,
+    // which writes both files once (bench: --benchmark_filter=TextBulkBuild against
+    // --benchmark_filter=TextSortedAdd).
     // Plain mode: with `sorted` (always with an index file) a binary search over the
     // view finds its place, reading at most length + 1 bytes of each probed word; an
     // equal word found with `duplicates` false refuses the word. The word goes in behind

@@ -44,16 +44,8 @@ CTextBinFile::CTextBinFile(const char* path, UINT flags) : CBinFile(path, flags)
 }
 
 CTextBinFile::~CTextBinFile() {
-    if (m_bSortTree) {
-        try {
-            // The index file is the caller's and may be gone by now: only the words are
-            // written.
-            m_pIndexFile = nullptr;
-            FreeSortTree(m_bAscending, nullptr);
-        } catch (...) {
-            // A destructor cannot report; Close and FreeSortTree show this error.
-        }
-    }
+    // Words still in sort-tree mode are dropped; the file on disk was not touched since
+    // InitSortTree and stays as it was.
     delete m_pFilter;
     m_pFilter = nullptr;
     FreeFileMem();
@@ -82,7 +74,7 @@ void CTextBinFile::SetFilter(unsigned char* bits, int length) {
     if (m_bSortTree) return;
     delete m_pFilter;
     m_pFilter = nullptr;
-    if (!bits || length <= 0) return;
+    if (!bits || length == 0) return;
     CBitArray* filter = new (std::nothrow) CBitArray(bits, length, false);
     if (!filter) throw CMemoryException();
     m_pFilter = filter;
