@@ -35,7 +35,8 @@ WORKLOADS = [
     ("W4", "1M records of 100 bytes: random reads and bulk build",
      [["W4_Read_Dorvik/%d" % M, "W4_Read_Lmdb/%d" % M, "W4_Read_Sqlite/%d" % M,
        "W4_Read_Twin/%d" % M, "W4_Read_Floor/%d" % M],
-      ["W4_Build_Dorvik/%d" % M, "W4_Build_Lmdb/%d" % M, "W4_Build_Sqlite/%d" % M]],
+      ["W4_Build_Dorvik/%d" % M, "W4_Build_Lmdb/%d" % M, "W4_Build_Sqlite/%d" % M,
+       "W4_Build_Floor/%d" % M]],
      [["W4_Read_Dorvik/%d" % n, "W4_Read_Lmdb/%d" % n, "W4_Read_Twin/%d" % n,
        "W4_Read_Floor/%d" % n] for n in (100000, 10000000)]
      + [["W4_Build_Dorvik/%d" % n, "W4_Build_Lmdb/%d" % n] for n in (100000, 10000000)]),
@@ -103,9 +104,21 @@ def measure_all():
             results.update(run(group))
             report()  # written as it goes, so that a stopped run leaves what it had
     xml = xml_names() if not args.only or "W7" in args.only.split(",") else []
-    if xml:
-        results.update(run(xml))
+    for group in xml_groups(xml):
+        results.update(run(group))
+        report()
     report()
+
+
+def xml_groups(names):
+    """The XML benchmarks by operation and argument: [Dorvik, pugixml, tinyxml2] each."""
+    groups = {}
+    for name in names:
+        m = re.match(r"BM_XML(\w+?)(Dorvik|Pugixml|Tinyxml2)(/\d+)?(/real_time)?$", name)
+        if m:
+            groups.setdefault((m.group(1), m.group(3) or ""), []).append(
+                name.replace("/real_time", ""))
+    return [sorted(g, key=lambda n: (0 if "Dorvik" in n else 1, n)) for g in groups.values()]
 
 
 def report():
@@ -172,11 +185,14 @@ def write_report(load_after):
         words_per_s = float(dia[1]["words"]) / (statistics.median(dia[0]) / 1e9)
     check("W6-rate", "W6 words per second", words_per_s, 2000000, above=True)
     check("W6-floor", "W6 Dorvik / hash-map floor", ratio("W6_Diacritize_Dorvik", "W6_HashMap_Floor"), 5)
-    if xml:
-        ours = [n for n in xml if re.search("dorvik|loadxml", n, re.I)]
-        tiny = [n for n in xml if re.search("tinyxml", n, re.I)]
-        if ours and tiny:
-            check("W7-tinyxml2", "W7 LoadXML / tinyxml2", ratio(ours[0], tiny[0]), 0.5)
+    for group in xml_groups(xml):
+        ours = [n for n in group if "Dorvik" in n]
+        tiny = [n for n in group if "Tinyxml2" in n]
+        if ours and tiny and "Parse" in ours[0]:
+            check("W7-tinyxml2", "W7 %s / %s" % (ours[0], tiny[0]), ratio(ours[0], tiny[0]), 0.5)
+            heap = results.get(ours[0], ([], {}))[1].get("peak_heap_x")
+            check("W7-heap", "W7 %s peak heap / document" % ours[0],
+                  float(heap) if heap is not None else None, 3)
 
     misses = load(os.path.join(os.path.dirname(args.out), "misses.md"))
     explanations = {}
@@ -214,8 +230,9 @@ def write_report(load_after):
                                                                fmt(max(t)), statistics.median(t) / first))
         lines.append("")
     if xml:
-        lines += ["## W7: XML", "", "| benchmark | median | min | max | counters |", "|---|---|---|---|---|"]
-        for name in xml:
+        lines += ["## W7: XML (bench/XMLBench.cpp)", "", "| benchmark | median | min | max | counters |",
+                  "|---|---|---|---|---|"]
+        for name in [n for g in xml_groups(xml) for n in g]:
             if name in results:
                 t, counters = results[name]
                 lines.append("| %s | %s | %s | %s | %s |" % (name, fmt(statistics.median(t)), fmt(min(t)),
