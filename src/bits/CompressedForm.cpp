@@ -250,6 +250,23 @@ std::size_t LongLiteralSpan(const unsigned char* p, std::size_t n) {
 // it; a literal stretch counts as one item per byte.
 std::int64_t Expand(const unsigned char* p, std::size_t n, std::size_t start, std::int64_t limit,
                     unsigned char* out) {
+    if (limit < 0 && !out) {
+        // Counting all of it, the common case, in a loop of its own.
+        Bits total = 0;
+        for (std::size_t i = start; i < n && total <= INT_MAX;) {
+            if (IsLiteral(p[i])) {
+                std::size_t span = LiteralSpan(p + i, n - i);
+                total += static_cast<Bits>(span);
+                i += span;
+            } else if (n - i < 3) {
+                break;
+            } else {
+                total += static_cast<Bits>(RunCount(p + i));
+                i += 3;
+            }
+        }
+        return total;
+    }
     Bits written = 0;
     WalkItems(p, n, start, [&](const Item& item) {
         if (limit >= 0 && written >= limit) return false;
