@@ -77,8 +77,8 @@ public:
     // shared mapping, taken at the first read: no system call per read. Writes of other
     // objects and processes show through it as they do through pread; a read past the
     // mapped length (the file has grown) goes by pread, and after any SetLength in the
-    // process the mapping is taken anew. Another process must not cut a file while an
-    // object of this process reads it: a read of the cut pages would fault.
+    // process the mapping is taken anew. Another process, or another thread, must not
+    // cut a file while an object reads it: a read of the cut pages would fault.
     virtual UINT Read(void* buffer, UINT count);
     // Writes at the position, extending the file, and moves the position. A count of 0
     // does nothing, whatever the pointer. Throws CFileException on failure.
