@@ -346,6 +346,14 @@ struct ItemCursor {
     unsigned char kind = 0;  // 0x00, 0xFF, or 1 for literals
     const unsigned char* literals = nullptr;
 
+    // Moves to the first item that is no zero run and ends above `at`; false at the end
+    // of the form. The zero runs of a sparse form pass in this loop, a few steps each.
+    bool SeekNonZero(Bits at) {
+        while (end <= at || kind == 0)
+            if (!Next()) return false;
+        return true;
+    }
+
     // Moves to the next item that covers a byte; false at the end of the form.
     bool Next() {
         for (;;) {
@@ -461,20 +469,22 @@ Block<> IntersectForms(const FormSpan* forms, std::size_t count, std::int64_t li
     AndWriter out(room);
     Bits pos = 0;
     while (pos < room) {
-        // Bring every form to the item that covers pos; a zero run anywhere skips all.
-        Bits stop = room;
-        bool skipped = false;
-        for (ItemCursor& c : cursors) {
-            while (c.end <= pos)
-                if (!c.Next()) return out.Finish(length);
-            if (c.kind == 0) {
-                pos = c.end;
-                skipped = true;
-                break;
+        // Leapfrog: each form moves to its first non-zero item that ends above pos, and
+        // pos moves up to where that item starts, until all forms agree on pos.
+        bool agreed;
+        do {
+            agreed = true;
+            for (ItemCursor& c : cursors) {
+                if (!c.SeekNonZero(pos)) return out.Finish(length);
+                if (c.start > pos) {
+                    pos = c.start;
+                    agreed = false;
+                }
             }
-            stop = std::min(stop, c.end);
-        }
-        if (skipped) continue;
+        } while (!agreed);
+        if (pos >= room) break;
+        Bits stop = room;
+        for (ItemCursor& c : cursors) stop = std::min(stop, c.end);
         std::size_t m = 0;
         for (ItemCursor& c : cursors)
             if (c.kind == 1) literals[m++] = c.literals + (pos - c.start);
