@@ -16,21 +16,10 @@
 namespace {
 using Rows = std::vector<Set>;
 
-// The library's temporary files go to a folder of the test's own, to be counted.
-struct TempFolder {
-    TempDir dir;
-    std::string old = std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "";
-    TempFolder() { setenv("TMPDIR", dir.Root().c_str(), 1); }
-    ~TempFolder() { old.empty() ? unsetenv("TMPDIR") : setenv("TMPDIR", old.c_str(), 1); }
-    std::vector<std::string> Files(const std::string& prefix) const {
-        std::vector<std::string> out;
-        for (const auto& entry : std::filesystem::directory_iterator(dir.Root()))
-            if (entry.path().filename().string().starts_with(prefix))
-                out.push_back(entry.path().string());
-        return out;
-    }
-    std::size_t Count() const { return Files("egy").size() + Files("dvk").size(); }
-};
+// The library's temporary files in the test's own folder.
+std::size_t TempFiles(const TempFolder& tmp) {
+    return tmp.Files("egy").size() + tmp.Files("dvk").size();
+}
 
 std::vector<DWORD> Values(CLinkedListArray& a, int list) {
     CDWordArray values;
@@ -161,7 +150,7 @@ TEST(LinkedListArray, FreeFlagEndsTheNodeFileOnce) {
     std::string nodes = tmp.Files("egy")[0];
     a->AddValue(0, 1);
     a->Save(dir.Path("a").c_str(), opOr, true, false, nullptr);
-    EXPECT_EQ(tmp.Count(), 0u);
+    EXPECT_EQ(TempFiles(tmp), 0u);
     EXPECT_EQ(Slot(*a, 0), 4u);  // the slots stay
     EXPECT_THROW(a->AddValue(0, 2), CFileException);
     EXPECT_THROW(Values(*a, 0), CFileException);
@@ -183,10 +172,10 @@ TEST(LinkedListCollection, SavesOneImagePerArray) {
         c.Save(dir.Path("c").c_str(), opOr, false, false, nullptr);
         c.GetAt(0)->AddValue(1, 5);
         c.Save(dir.Path("c").c_str(), opOr, true, false, nullptr);  // merged image by image
-        EXPECT_EQ(tmp.Count(), 0u);  // freed arrays took their node files along
+        EXPECT_EQ(TempFiles(tmp), 0u);  // freed arrays took their node files along
         c.GetAt(1)->AddValue(0, 0);
     }
-    EXPECT_EQ(tmp.Count(), 0u);
+    EXPECT_EQ(TempFiles(tmp), 0u);
     CNDimBitsBinFile index(dir.Path("c").c_str(), CFile::shareDenyNone);
     EXPECT_EQ(index.GetRecordCount(), 3);
     int cell[] = {0, 1}, other[] = {2, 0};
@@ -230,7 +219,7 @@ TEST(LinkedListArray, LeavesNoTemporaryBehindWhenFilesFail) {
         EXPECT_THROW(c.Save(dir.Path("c").c_str(), opOr, false, false, nullptr), CFileException);
     }
     c.RemoveAll();
-    EXPECT_EQ(tmp.Count(), 0u);
+    EXPECT_EQ(TempFiles(tmp), 0u);
     EXPECT_EQ(ReadAll(dir.Path("a")), before);
     EXPECT_EQ(ReadAll(dir.Path("c")), images);
 }

@@ -24,6 +24,27 @@ TempDir::~TempDir() {
     std::filesystem::remove_all(m_path, ignored);
 }
 
+TempFolder::TempFolder() : m_hadOld(std::getenv("TMPDIR") != nullptr) {
+    if (m_hadOld) m_old = std::getenv("TMPDIR");
+    setenv("TMPDIR", m_dir.Root().c_str(), 1);
+}
+
+TempFolder::~TempFolder() {
+    if (m_hadOld) {
+        setenv("TMPDIR", m_old.c_str(), 1);
+    } else {
+        unsetenv("TMPDIR");
+    }
+}
+
+std::vector<std::string> TempFolder::Files(const std::string& prefix) const {
+    std::vector<std::string> out;
+    for (const auto& entry : std::filesystem::directory_iterator(m_dir.Root()))
+        if (entry.path().filename().string().starts_with(prefix))
+            out.push_back(entry.path().string());
+    return out;
+}
+
 Bytes B(const std::string& text) { return Bytes(text.begin(), text.end()); }
 
 Bytes Hex(const std::string& digits) {
@@ -132,22 +153,22 @@ void AddRows(CBitsBinFile& file, const std::vector<Set>& rows) {
 
 BlockLimit::BlockLimit(std::size_t limit) : m_old(DorvikSetBlockLimit(limit)) {}
 
-    BlockLimit::~BlockLimit() { DorvikSetBlockLimit(m_old); }
+BlockLimit::~BlockLimit() { DorvikSetBlockLimit(m_old); }
 
-    namespace {
-    MessageCapture* g_capture = nullptr;
+namespace {
+MessageCapture* g_capture = nullptr;
 
-    int Capture(const char* text, UINT type, UINT help) {
-        if (g_capture)
-            g_capture->messages.push_back(std::string(text) + "|" + std::to_string(type) + "|" +
-                                          std::to_string(help));
-        return 1;
-    }
-    }  // namespace
+int Capture(const char* text, UINT type, UINT help) {
+    if (g_capture)
+        g_capture->messages.push_back(std::string(text) + "|" + std::to_string(type) + "|" +
+                                      std::to_string(help));
+    return 1;
+}
+}  // namespace
 
-    MessageCapture::MessageCapture() : m_old(AfxSetMessageHandler(&Capture)) { g_capture = this; }
+MessageCapture::MessageCapture() : m_old(AfxSetMessageHandler(&Capture)) { g_capture = this; }
 
-    MessageCapture::~MessageCapture() {
-        g_capture = nullptr;
-        AfxSetMessageHandler(m_old);
-    }
+MessageCapture::~MessageCapture() {
+    g_capture = nullptr;
+    AfxSetMessageHandler(m_old);
+}

@@ -29,6 +29,21 @@ private:
     std::string m_path;
 };
 
+// Points $TMPDIR at a directory of the test's own while it lives, so that the
+// temporary files the library makes can be counted there.
+class TempFolder {
+public:
+    TempFolder();
+    ~TempFolder();
+    // The files there whose names start with `prefix`, as full paths.
+    std::vector<std::string> Files(const std::string& prefix) const;
+
+private:
+    TempDir m_dir;
+    bool m_hadOld;
+    std::string m_old;
+};
+
 // The bytes of a text, without terminator.
 Bytes B(const std::string& text);
 // Bytes from hex digits; blanks are ignored ("61 62 00000000" is 6 bytes).

@@ -7,9 +7,11 @@
 
 #include "frame/Coding.h"
 
-#if defined(__x86_64__) && defined(__GNUC__)
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__SANITIZE_THREAD__)
 // The population count instruction is not in the base x86-64 set; without it the
 // compiler calls a slow library routine, so counting loops get a second version.
+// Not under ThreadSanitizer: the version is chosen while the program is loaded, before
+// the sanitizer's runtime is ready for the instrumented chooser.
 #define DORVIK_POPCOUNT_CLONES __attribute__((target_clones("popcnt", "default")))
 #else
 #define DORVIK_POPCOUNT_CLONES

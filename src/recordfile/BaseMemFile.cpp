@@ -2,11 +2,9 @@
 
 #include <cstdlib>
 
-#include "frame/Block.h"
+#include "frame/MemImage.h"
 
-namespace {
-UINT GrowOrDefault(UINT growBytes) { return growBytes ? growBytes : 1024; }
-}  // namespace
+using dorvik::GrowOrDefault;
 
 CBaseMemFile::CBaseMemFile(UINT growBytes) : CMemFile(GrowOrDefault(growBytes)) {}
 
@@ -24,23 +22,15 @@ CBaseMemFile::CBaseMemFile(BYTE* buffer, UINT size, UINT growBytes)
 CBaseMemFile::~CBaseMemFile() { CMemFile::Close(); }
 
 void CBaseMemFile::Attach(BYTE* buffer, DWORD size, UINT growBytes) {
-    std::free(m_lpBuffer);
-    m_nGrowBytes = GrowOrDefault(growBytes);
-    m_nPosition = 0;
-    m_lpBuffer = buffer;
-    m_nBufferSize = m_nFileSize = buffer ? size : 0;
-    m_bAutoDelete = 1;
+    dorvik::AdoptBlock(*this, buffer, size, growBytes);
 }
 
 BYTE* CBaseMemFile::Detach() { return CMemFile::Detach(); }
 
 void CBaseMemFile::LoadFromFile(const char* path, UINT growBytes) {
-    CFileStatus status;
-    if (!CFile::GetStatus(path, status)) return;
-    CFile file(path, shareDenyNone);
-    DWORD n = file.CFile::GetLength();
-    dorvik::Block<BYTE> block = dorvik::GrabOrThrow<BYTE>(n);
-    file.Read(block.get(), n);
+    dorvik::Block<> block;
+    DWORD n = 0;
+    if (!dorvik::ReadFileBlock(path, block, n)) return;
     std::free(Detach());
     Attach(block.release(), n, growBytes);
 }
@@ -50,9 +40,7 @@ void CBaseMemFile::SaveToFile(const char* path) {
     BYTE* block = Detach();
     if (!block) return;
     try {
-        CFile file(path, modeCreate | modeWrite);
-        file.Write(block, n);
-        file.Close();
+        dorvik::WriteFileBlock(path, block, n);
     } catch (...) {
         Attach(block, n, m_nGrowBytes);
         throw;

@@ -99,6 +99,20 @@ void CBinFile::Modify(int index, unsigned char* data, int length) {
         if (data) Write(data, static_cast<UINT>(length));
         return;
     }
+    if (m_bSafeMode && index == m_nRecordCount - 1) {
+        // Only the table lies behind the last record: writing it afresh from memory
+        // behind the new bytes costs one write, where moving it would read it as well.
+        if (length != 0 && data) {
+            Seek(start, begin);
+            Write(data, static_cast<UINT>(length));
+        }
+        MoveFileAddresses(index + 1, m_nRecordCount, length - old, index + 1);
+        DWORD table = static_cast<DWORD>(m_nRecordCount + 1) * 4;
+        Seek(start + length, begin);
+        Write(m_pAddresses, table);
+        if (length < old) SetLength(static_cast<DWORD>(start + length) + table);
+        return;
+    }
     // In not safe mode nothing lies behind the last record: changing it moves nothing.
     if (m_bSafeMode || index < m_nRecordCount - 1)
         MoveOrThrow(next, start + length, static_cast<int>(CFile::GetLength()) - next);

@@ -1,0 +1,15 @@
+#include "dorvik/CriticalSection.h"
+
+CCriticalSection::CCriticalSection() = default;
+
+CCriticalSection::~CCriticalSection() = default;
+
+BOOL CCriticalSection::Lock() {
+    m_mutex.lock();
+    return 1;
+}
+
+BOOL CCriticalSection::Unlock() {
+    m_mutex.unlock();
+    return 1;
+}
