@@ -310,7 +310,7 @@ Block<> Decode(const unsigned char* p, std::size_t n, int& plainLength) {
     plainLength = 0;
     // A dense form is about as long as its plain bytes: the first guess takes it in
     // one pass. A sparse one overflows the guess early; the rest is counted then.
-    std::size_t room = std::min<std::size_t>(n + 65536, INT_MAX);
+    std::size_t room = std::min<std::size_t>(n + n / 8 + 64, INT_MAX);
     Block<> out = GrabUnfilledOrThrow(room);
     std::size_t i = 1;
     std::size_t o = ExpandInto(p, n, i, out.get(), 0, room);
