@@ -70,6 +70,7 @@ class CellCache {
 public:
     struct Cell {
         std::vector<std::uint64_t> bits;  // bit n is bit n % 64 of bits[n / 64]
+        std::vector<std::uint64_t> used;  // bit w is set when bits[w] is not 0
         std::size_t count = 0;
     };
 
@@ -96,7 +97,11 @@ private:
         cell.bits.resize((static_cast<std::size_t>(length) + 7) / 8);
         for (std::size_t w = 0; w < cell.bits.size(); ++w)
             cell.bits[w] = dorvik::bits::LoadWord(block, static_cast<std::size_t>(length), 8 * w);
-        for (std::uint64_t w : cell.bits) cell.count += static_cast<std::size_t>(std::popcount(w));
+        cell.used.resize((cell.bits.size() + 63) / 64);
+        for (std::size_t w = 0; w < cell.bits.size(); ++w) {
+            cell.count += static_cast<std::size_t>(std::popcount(cell.bits[w]));
+            if (cell.bits[w]) cell.used[w / 64] |= std::uint64_t{1} << (w % 64);
+        }
         return cell;
     }
 
@@ -129,25 +134,23 @@ std::vector<int> Hits(const CString& word, CellCache& cells) {
         if (!cell) return hits;
     std::sort(needed.begin(), needed.end(),
               [](const auto* a, const auto* b) { return a->count < b->count; });
-    const auto& first = needed[0]->bits;
-    const auto& second = needed.size() > 1 ? needed[1]->bits : first;
-    std::size_t words = std::min(first.size(), second.size());
-    for (std::size_t w = 0; w < words; ++w) {
-        // Four words are tested at once: most of an AND of two sparse cells is zero.
-        if (w % 4 == 0 && w + 4 <= words &&
-            ((first[w] & second[w]) | (first[w + 1] & second[w + 1]) |
-             (first[w + 2] & second[w + 2]) | (first[w + 3] & second[w + 3])) == 0) {
-            w += 3;
-            continue;
-        }
-        for (std::uint64_t both = first[w] & second[w]; both; both &= both - 1) {
-            std::size_t bit = 64 * w + static_cast<std::size_t>(std::countr_zero(both));
-            bool all = true;
-            for (std::size_t k = 2; k < needed.size() && all; ++k) {
-                const auto& other = needed[k]->bits;
-                all = bit / 64 < other.size() && (other[bit / 64] >> (bit % 64) & 1);
+    const auto& first = *needed[0];
+    const auto& second = needed.size() > 1 ? *needed[1] : first;
+    // The words that both cells use are found from their summaries, 64 words a step:
+    // the later letters of a word pick cells that most words leave empty.
+    std::size_t summaries = std::min(first.used.size(), second.used.size());
+    for (std::size_t u = 0; u < summaries; ++u) {
+        for (std::uint64_t both = first.used[u] & second.used[u]; both; both &= both - 1) {
+            std::size_t w = 64 * u + static_cast<std::size_t>(std::countr_zero(both));
+            for (std::uint64_t bits = first.bits[w] & second.bits[w]; bits; bits &= bits - 1) {
+                std::size_t bit = 64 * w + static_cast<std::size_t>(std::countr_zero(bits));
+                bool all = true;
+                for (std::size_t k = 2; k < needed.size() && all; ++k) {
+                    const auto& other = needed[k]->bits;
+                    all = bit / 64 < other.size() && (other[bit / 64] >> (bit % 64) & 1);
+                }
+                if (all) hits.push_back(static_cast<int>(bit));
             }
-            if (all) hits.push_back(static_cast<int>(bit));
         }
     }
     return hits;
