@@ -377,21 +377,19 @@ struct ItemCursor {
     }
 };
 
-// The result block of an intersection, written in rising order. It is taken at the
-// first byte that two forms share, unfilled, and every byte up to the last one written
-// is written once: gaps as zeros, shared stretches as the AND.
+// The result block of an intersection. It is taken, zero-filled, at the first byte
+// that the forms share, and only shared stretches are written: the pages of a large
+// fresh block that no shared stretch reaches are never touched.
 class AndWriter {
 public:
     explicit AndWriter(Bits room) : m_room(room) {}
 
     unsigned char* At(Bits pos) {
-        if (!m_block) m_block = GrabUnfilledOrThrow(static_cast<std::size_t>(m_room));
-        std::memset(m_block.get() + m_filled, 0, static_cast<std::size_t>(pos - m_filled));
+        if (!m_block) m_block = GrabOrThrow(static_cast<std::size_t>(m_room));
         return m_block.get() + pos;
     }
-    // Bytes [pos, stop) are written; `last` is one past the last of them that is not 0.
-    void Wrote(Bits stop, Bits last) {
-        m_filled = stop;
+    // `last` is one past the last byte written that is not 0.
+    void Wrote(Bits last) {
         if (last > m_trimmed) m_trimmed = last;
     }
     Block<> Finish(int& length) {
@@ -406,7 +404,6 @@ public:
 private:
     Bits m_room;
     Block<> m_block;
-    Bits m_filled = 0;
     Bits m_trimmed = 0;
 };
 
@@ -502,7 +499,7 @@ Block<> IntersectForms(const FormSpan* forms, std::size_t count, std::int64_t li
             while (kept > 0 && dst[kept - 1] == 0) --kept;
             last = pos + static_cast<Bits>(kept);
         }
-        out.Wrote(stop, last == pos ? 0 : last);
+        out.Wrote(last == pos ? 0 : last);
         pos = stop;
     }
     return out.Finish(length);

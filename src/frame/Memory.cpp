@@ -23,9 +23,12 @@ bool OverLimit(std::size_t size) { return size > g_blockLimit.load(std::memory_o
 
 void* GrabBlock(std::size_t size) {
     if (OverLimit(size)) return nullptr;
-    void* block = std::malloc(size ? size : 1);
+    // calloc knows when the memory is fresh from the system and zero already: a large
+    // block then costs no writing, and its pages are touched only where it is used.
+    void* block = std::calloc(size ? size : 1, 1);
     if (!block) return nullptr;
-    std::memset(block, 0, malloc_usable_size(block));
+    std::size_t usable = malloc_usable_size(block);
+    if (usable > size) std::memset(static_cast<char*>(block) + size, 0, usable - size);
     return block;
 }
 
