@@ -16,8 +16,10 @@
 // those that benchmarks keep from one to the next.
 class ScratchFiles {
 public:
+    // Deepest paths first, so that a folder is empty when its turn comes.
     ~ScratchFiles() {
-        for (const std::string& path : m_paths) std::remove(path.c_str());
+        for (auto path = m_paths.rbegin(); path != m_paths.rend(); ++path)
+            std::remove(path->c_str());
     }
     const std::string& Add(std::string path) { return *m_paths.insert(std::move(path)).first; }
 

@@ -1,18 +1,21 @@
 // The wildcard index and diacritization: building the index over a million words,
 // wildcard look-ups next to SQLite's GLOB and an fnmatch scan of the same words
-// (workload 5 of bench/compare.sh), and DiacritizeBuffer next to a hash-map look-up of
+// (workload 5 of bench/compare.sh), and DiacritizeBuffer next to the modern Diacritizer
+// on the same files (opened once, on one and on two threads) and a hash-map look-up of
 // the bare word, the floor of any dictionary method (workload 6).
 #include <benchmark/benchmark.h>
 #include <fnmatch.h>
 #include <sqlite3.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <random>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include <Dorvik01.h>
+#include <dorvik/dorvik.hpp>
 
 #include "BenchUtil.h"
 
@@ -146,7 +149,8 @@ void BM_W5_Find(benchmark::State& state) {
 BENCHMARK(BM_W5_Find)
     ->Name("W5_Find_Dorvik")
     ->ArgsProduct({{0, 1, 2, 3, 4}, {100, 1000, 10000}})
-    ->Unit(benchmark::kMicrosecond)->UseRealTime();
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime();
 
 void BM_W5_Glob(benchmark::State& state) {
     int thousands = static_cast<int>(state.range(1));
@@ -188,7 +192,8 @@ void BM_W5_Glob(benchmark::State& state) {
 BENCHMARK(BM_W5_Glob)
     ->Name("W5_Glob_Sqlite")
     ->ArgsProduct({{0, 1, 2, 3, 4}, {100, 1000, 10000}})
-    ->Unit(benchmark::kMicrosecond)->UseRealTime();
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime();
 
 void BM_W5_Scan(benchmark::State& state) {
     int thousands = static_cast<int>(state.range(1));
@@ -205,7 +210,8 @@ void BM_W5_Scan(benchmark::State& state) {
 BENCHMARK(BM_W5_Scan)
     ->Name("W5_Fnmatch_Scan")
     ->ArgsProduct({{0, 1, 2, 3, 4}, {100, 1000, 10000}})
-    ->Unit(benchmark::kMicrosecond)->UseRealTime();
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime();
 
 // ---- Workload 6: DiacritizeBuffer ----------------------------------------------------
 // A 1 MB text over a dictionary of 100,000 forms.
@@ -252,7 +258,33 @@ void BM_DiacritizeBuffer1MB(benchmark::State& state) {
     state.SetBytesProcessed(state.iterations() * static_cast<long>(f.text.size()));
     state.counters["words"] = f.wordCount;
 }
-BENCHMARK(BM_DiacritizeBuffer1MB)->Name("W6_Diacritize_Dorvik")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_DiacritizeBuffer1MB)
+    ->Name("W6_Diacritize_Dorvik")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+// The same files as a diacritizer folder, opened once and shared by the threads; the
+// text in UTF-8, so the time includes the conversions both ways.
+void BM_Diacritizer1MB(benchmark::State& state) {
+    const DiacritizeFiles& f = Files();
+    static const dorvik::Diacritizer diacritizer = [&] {
+        for (auto [name, target] :
+             {std::pair{"forms.bin", &f.words}, std::pair{"forms.wild", &f.index},
+              std::pair{"forms.freq", &f.counts}}) {
+            std::string link = BenchPath((std::string("forms-100k/") + name).c_str());
+            std::filesystem::create_directories(std::filesystem::path(link).parent_path());
+            std::filesystem::remove(link);
+            std::filesystem::create_symlink(*target, link);
+        }
+        BenchPath("forms-100k");
+        return dorvik::Diacritizer(std::filesystem::path(BenchPath("forms-100k")));
+    }();
+    static const std::string text = dorvik::from_cp1256(f.text);
+    for (auto _ : state) benchmark::DoNotOptimize(diacritizer.diacritize(text).size());
+    state.SetItemsProcessed(state.iterations() * f.wordCount);
+    state.SetBytesProcessed(state.iterations() * static_cast<long>(f.text.size()));
+}
+BENCHMARK(BM_Diacritizer1MB)->Unit(benchmark::kMillisecond)->UseRealTime()->Threads(1)->Threads(2);
 
 // The floor: every bare word already mapped to its answer in a hash map.
 void BM_HashMapFloor(benchmark::State& state) {

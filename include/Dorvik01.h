@@ -1,4 +1,11 @@
 // Dorvik01: storage and retrieval engine for text databases. One include for all.
+//
+// The classic interface lives in namespace dorvik::classic, so that its exported
+// symbols never meet an application's own CString or CFile at link time. Each header
+// below brings its names into the global namespace with using-declarations, so classic
+// programs read as before; a program that wants the global namespace left alone
+// includes <dorvik/dorvik.hpp> instead. DiacritizeWord and DiacritizeBuffer keep C
+// linkage and stay global.
 #pragma once
 
 #include "dorvik/Arrays.h"

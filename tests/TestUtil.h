@@ -7,13 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "dorvik/BinFile.h"
 #include "dorvik/BitArray.h"
+#include "dorvik/BitsBinFile.h"
 
 using Bytes = std::vector<unsigned char>;
-
-class CBinFile;
-class CBitArray;
-class CBitsBinFile;
 
 // A directory of its own for one test, removed with all it holds at the end.
 class TempDir {

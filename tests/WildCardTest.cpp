@@ -147,10 +147,10 @@ TEST(WildCardSearch, TheCompressedWayMatchesThePlainWay) {
             pattern += alphabet[rng() % alphabet.size()];
         Operation op = rng() % 4 == 0 ? static_cast<Operation>(opEqual | opNot) : opEqual;
         CBitArray fast, plain;
-        int f = dorvik::FindWildCards(d.text, &index, pattern.c_str(), op, marks.c_str(), false, 0,
-                                      fast, false);
-        int p = dorvik::FindWildCards(d.text, &index, pattern.c_str(), op, marks.c_str(), false, 0,
-                                      plain, true);
+        int f = dorvik::classic::FindWildCards(d.text, &index, pattern.c_str(), op, marks.c_str(),
+                                               false, 0, fast, false);
+        int p = dorvik::classic::FindWildCards(d.text, &index, pattern.c_str(), op, marks.c_str(),
+                                               false, 0, plain, true);
         EXPECT_EQ(f, p) << pattern;
         EXPECT_EQ(fast.GetLength(), plain.GetLength()) << pattern;
         EXPECT_TRUE(fast == plain) << pattern;

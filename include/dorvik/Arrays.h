@@ -3,6 +3,7 @@
 
 #include "Platform.h"
 
+namespace dorvik::classic {
 // A growable array of DWORD. The data block is contiguous and made with new[];
 // derived classes (CMyDWordArray) work on the four fields directly.
 class DORVIK_API CDWordArray : public CObject {
@@ -14,7 +15,8 @@ public:
     int GetUpperBound() const { return m_nSize - 1; }
     // Sets the size; added elements are 0. `growBy` -1 keeps the grow step, another
     // value replaces it (0: a step chosen from the size). A size below 0 counts as 0.
-    // Throws CMemoryException when the block cannot be had.
+    // Throws CMemoryException when the block cannot be had or would reach 2 GiB; the
+    // array is then unchanged.
     void SetSize(int newSize, int growBy = -1);
     void RemoveAll();
 
@@ -28,7 +30,8 @@ public:
     const DWORD* GetData() const { return m_pData; }
     DWORD* GetData() { return m_pData; }
 
-    // Grows the array to index + 1 when needed, then sets the element.
+    // Grows the array to index + 1 when needed, then sets the element. Throws
+    // CMemoryException as SetSize does (INT_MAX among them).
     void SetAtGrow(int index, DWORD value);
     // Appends; returns the index of the new element.
     int Add(DWORD value);
@@ -75,3 +78,8 @@ protected:
     int m_nMaxSize = 0;
     int m_nGrowBy = 0;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CDWordArray;
+using dorvik::classic::CPtrArray;

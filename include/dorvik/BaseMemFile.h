@@ -6,6 +6,7 @@
 
 #include "MemFile.h"
 
+namespace dorvik::classic {
 class DORVIK_API CBaseMemFile : public CMemFile {
 public:
     // Empty; grows by `growBytes` (1024 for 0).
@@ -32,3 +33,7 @@ public:
     // content is put back and the CFileException passes on.
     void SaveToFile(const char* path);
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBaseMemFile;

@@ -32,6 +32,7 @@
 #include "Arrays.h"
 #include "File.h"
 
+namespace dorvik::classic {
 class CBaseMemFile;
 class CBitArray;
 
@@ -49,10 +50,14 @@ public:
 
     // Opens and loads the table. Returns nonzero on success; 0 when the file cannot be
     // opened or its last word is no table offset (negative, or leaving less than one
-    // table word before the end); the object then holds no table. A 0-byte file
-    // becomes the 4-byte empty record file when it is opened for writing (in safe
-    // mode); opened read-only it stays at 0 bytes with 0 records. A file of 1 to 3
-    // bytes throws CFileException(badSeek). A second Open on an open object closes it first.
+    // table word before the end); the object then holds no table. The count is the words
+    // behind the offset less one, rounding down. A damaged table (bytes behind the offset
+    // that are no whole number of words, or a last entry that is not the offset) still
+    // loads, but no record reaches past the offset, and every change throws as below.
+    // A 0-byte file becomes the 4-byte empty record file when it is opened for writing
+    // (in safe mode); opened read-only it stays at 0 bytes with 0 records. A file of 1
+    // to 3 bytes throws CFileException(badSeek). A second Open on an open object closes
+    // it first.
     BOOL Open(const char* path, UINT flags, CFileException* error = nullptr) override;
     // In not safe mode appends the table (extending the data with zeros first when
     // reserved records at its end were never written, so that the table lands where
@@ -70,9 +75,11 @@ public:
     // Loads the table if none is loaded, then gives the number of records (0 when the
     // file holds no valid table).
     int GetRecordCount();
-    // True for a record file: the 4-byte empty file, or a last word T inside the file
-    // (0 < T <= length - 4) whose word at T is 0. A 0-byte file is not one. A file of
-    // 1 to 3 bytes throws CFileException(badSeek).
+    // True for a record file: the 4-byte empty file, or a last word T with
+    // 0 < T <= length - 4 and a 0 word at offset T (entry 0). Reads two words; it does
+    // not look further into the table, so a damaged table may pass (its reads still stay
+    // inside the data and its changes throw, see Open). A 0-byte file is not one. A file
+    // of 1 to 3 bytes throws CFileException(badSeek).
     bool IsValidBinFile();
     // The same test on a path; false when the path does not exist or cannot be opened.
     // A file of 1 to 3 bytes can be opened and throws CFileException(badSeek) as above.
@@ -100,7 +107,9 @@ public:
     // a longer record); nothing delivered leaves `buffer` alone and `length` 0.
     virtual void GetRecord(int index, unsigned char*& buffer, int& length, bool allocate);
     // The bytes of records `first` to `last` in one piece, as GetRecord. A range
-    // whose table entries do not fit the data (a corrupt table) delivers nothing.
+    // whose table entries do not fit the data (a corrupt table) delivers nothing, so a
+    // block is never larger than the file. On an exception `buffer` is left as it was
+    // and no block is lost.
     virtual void GetRecords(int first, int last, unsigned char*& buffer, int& length,
                             bool allocate);
     // The record's length; 0 at or past the count (and for a corrupt table entry).
@@ -108,11 +117,14 @@ public:
     // The largest record length over all records; 0 for an empty file.
     virtual int GetMaxRecordLength();
 
-    // Changes. Every change on a file with no valid table, or with table entries that
-    // do not rise, throws CFileException(invalidFile) and writes nothing. When no memory can be had
-    // to move the data behind a change, the message "Can't move file data.\r\nNot enough memory!"
-    // is shown, the records and the table stay as they were (records that an insertion past the end
-    // had appended first stay), nothing is written, and CMemoryException is thrown.
+    // Changes. Every change on a file with no valid table, a damaged table (see Open), or
+    // table entries that do not rise, throws CFileException(invalidFile) and writes nothing. A
+    // change that would take the file to 2 GiB or beyond (a record number or a length out of reach,
+    // INT_MAX among them) throws CFileException(diskFull) and writes nothing. When no
+    // memory can be had to move the data behind a change, the message "Can't move file
+    // data.\r\nNot enough memory!" is shown, the records and the table stay as they
+    // were (records that an insertion past the end had appended first stay), nothing is
+    // written, and CMemoryException is thrown.
 
     // Removes records `first` to `last`; `last` is clamped to the last record, a
     // `first` past the end or a `last` below `first` does nothing.
@@ -141,8 +153,8 @@ public:
     // Appends one record: CBinFile::Insert(count - 1, data, length).
     virtual void Add(unsigned char* data, int length);
     // The first record behind `after` holding exactly these bytes, or -1. An empty
-    // record is never found; a `length` of 0 gives -1. Reads at most length + 1 bytes
-    // of each record.
+    // record is never found; a `length` of 0, or an `after` at or past the count, gives
+    // -1. Reads at most length + 1 bytes of each record.
     virtual int Find(int after, const unsigned char* data, int length);
     // Empties `bits`, then sets bit i for every record i that is not empty.
     virtual void GetRecordsBitmap(CBitArray& bits);
@@ -175,6 +187,7 @@ protected:
 
 private:
     bool m_bTableChecked = false;
+    bool m_bTableDamaged = false;  // as loaded, entry count was not the table offset
 
     // Moves `bytes` bytes from `from` to `to` inside the storage, ranges overlapping
     // freely; false (after the message) when not even one byte of memory can be had.
@@ -183,6 +196,16 @@ private:
     void MoveFileAddresses(int from, int to, int delta, int dest);
     // MoveFileBuffer, throwing CMemoryException when it fails.
     void MoveOrThrow(int from, int to, int bytes);
+    // The index of the first record inserted behind `after`; throws CFileException
+    // (diskFull) when `records` new records of `length` bytes there would take the file
+    // to 2 GiB.
+    int InsertPosition(int after, int length, int records = 1);
     void EnsureAddressRoom(int lastEntry, DWORD spare);
     void WriteTableBehindData();
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBaseMemFile;
+using dorvik::classic::CBinFile;
+using dorvik::classic::CBitArray;

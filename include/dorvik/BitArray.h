@@ -9,6 +9,7 @@
 #include "Operation.h"
 #include "Platform.h"
 
+namespace dorvik::classic {
 // Bit n lies in byte n >> 3 under the mask 1 << (n & 7). The length counts bytes;
 // a plain array covers bits 0 .. length * 8 - 1, and bytes at its end may be zero, so
 // two arrays with the same bits can differ in length (and then compare unequal). Only
@@ -113,8 +114,8 @@ public:
     // `value`; the bits above move up by `count`. The length grows to hold the old bits
     // plus `count` (plus the distance when `bit` lies beyond the end), and further when
     // `value` is true and the gap reaches beyond that. `count` 0 or less, or `bit` below
-    // -1, does nothing. Throws CMemoryException when the gap would reach past bit
-    // 2^31 - 1.
+    // -1, does nothing. Throws CMemoryException, with the array unchanged, when the gap
+    // or the bytes moved up would reach past bit 2^31 - 1.
     void Insert(int bit, int count, bool value);
     // Removes bits from..to (cut to the end) and moves the bits above down. The length
     // becomes the bytes that the remaining bits need, rounded up. `from` at or beyond the
@@ -285,3 +286,7 @@ private:
     void GrowTo(std::int64_t length);
     void CopyIndexFrom(const CBitArray& source);
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBitArray;

@@ -29,6 +29,7 @@
 #include "CriticalSection.h"
 #include "String.h"
 
+namespace dorvik::classic {
 class DORVIK_API CBitArraySaver {
 public:
     // No file yet: the first Push or Pop makes the temporary unless SetTempFile came
@@ -109,3 +110,7 @@ private:
     int ReadTop();
     void WriteTop(int top);
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBitArraySaver;

@@ -10,6 +10,7 @@
 #include "BinFile.h"
 #include "BitArray.h"
 
+namespace dorvik::classic {
 class DORVIK_API CBitsBinFile : public CBinFile {
 public:
     using Progress = bool (*)(int, int);
@@ -63,7 +64,10 @@ public:
     // bytes of CBinFile::GetRecord.
     virtual void GetRecord(int index, CBitArray& bits, int limit);
     // The expanded record in a new GrabBlock block (release with DropBlock), `limit`
-    // as above; null and 0 for an empty or absent record.
+    // as above; null and 0 for an empty or absent record. The stored bytes size the
+    // block by contract: a 3-byte run stands for 65535 bytes, so a record can expand to
+    // 21845 times its stored length. An application reading untrusted files passes a
+    // `limit` (or uses GetAt and GetCount, which read the stored form in place).
     virtual void GetRecord(int index, unsigned char*& buffer, int& length, int limit);
     // Stores an array: a compressed one as it stands, a plain one compressed.
     virtual void Modify(int index, CBitArray* bits);
@@ -76,7 +80,9 @@ public:
     virtual void And(const char* path);
     // Single bits of record `index`. SetAt extends the file when needed and writes only
     // when the bit was clear; ResetAt writes only when the bit was set (the record may
-    // become empty). A negative bit changes nothing and reads as clear.
+    // become empty). A negative bit changes nothing and reads as clear. SetAt grows the
+    // record to bit / 8 + 1 bytes (256 MiB for bit 2^31 - 1; CMemoryException when that
+    // cannot be had).
     // Cost: each change reads and expands the whole record, compresses it again and
     // rewrites it, which moves every stored byte behind it and, in safe mode, the table
     // tail. Building an index posting by posting is quadratic: 2,000 documents of 30
@@ -109,3 +115,7 @@ public:
     static void OrFiles(const char* source, const char* target);
     static void AndFiles(const char* source, const char* target);
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBitsBinFile;

@@ -21,6 +21,7 @@
 #include "Operation.h"
 #include "String.h"
 
+namespace dorvik::classic {
 // A growable array of owned CBitArray elements, loaded from and saved to a bit record
 // file. Not safe for concurrent use.
 class DORVIK_API CBitArrayArray : public CPtrArray {
@@ -42,6 +43,8 @@ public:
     // The element at `index`, made on demand: an index past the end grows the array
     // (slots between stay null) and a null slot gets a new empty element, so the size
     // can change on a const call. Null only for a negative index. Owned by the array.
+    // Throws CMemoryException when the slots cannot be had, always from index
+    // 2^28 - 1 on (2 GiB of slots).
     CBitArray* GetAt(int index) const;
     CBitArray* operator[](int index) const { return GetAt(index); }
     // The last element (made on demand), or null for an empty array.
@@ -294,3 +297,12 @@ public:
     int m_nFirst = 0;
     int m_nLast = -1;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBitArrayArray;
+using dorvik::classic::CBitArrayCollection;
+using dorvik::classic::CLinkedListArray;
+using dorvik::classic::CLinkedListCollection;
+using dorvik::classic::CMyDWordArrayArray;
+using dorvik::classic::CMyDWordArrayCollection;

@@ -6,6 +6,7 @@
 
 #include "Platform.h"
 
+namespace dorvik::classic {
 // Re-entrant: the thread that holds the lock may take it again, and gives it up after
 // as many Unlock calls as it made Lock calls. Not copyable.
 class DORVIK_API CCriticalSection : public CObject {
@@ -22,3 +23,7 @@ public:
 private:
     std::recursive_mutex m_mutex;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CCriticalSection;

@@ -16,6 +16,8 @@
 // Threads: both functions keep no state between calls and share none; several threads
 // may run them at once, on the same three files too (each call opens its own read-only
 // objects). Each thread passes its own buffer and result.
+//
+// The two functions keep C linkage and stay in the global namespace.
 #pragma once
 
 #include "String.h"
@@ -42,7 +44,11 @@ DORVIK_API void DiacritizeBuffer(char* buffer, CString& result, const char* dict
                                  const char* indexPath, const char* frequencyPath);
 }
 
+namespace dorvik::classic {
 // The word delimiters of DiacritizeBuffer: blank, tab, ! @ # % ^ & - = ( ) [ ] { },
 // the Arabic comma and semicolon (A1 BA), ; : " , . < > / ` ' CR LF | $ ? and the Arabic
 // question mark (BF), + *. Digits and Latin letters are not delimiters.
 extern DORVIK_API const char DiacritizeDelimiters[37];
+}  // namespace dorvik::classic
+
+using dorvik::classic::DiacritizeDelimiters;

@@ -8,6 +8,7 @@
 #include "Platform.h"
 #include "String.h"
 
+namespace dorvik::classic {
 class DORVIK_API CException : public CObject, public std::exception {
 public:
     CException() = default;
@@ -57,3 +58,9 @@ public:
 private:
     std::string m_what;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CException;
+using dorvik::classic::CFileException;
+using dorvik::classic::CMemoryException;

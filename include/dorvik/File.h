@@ -10,6 +10,7 @@
 #include "Platform.h"
 #include "String.h"
 
+namespace dorvik::classic {
 // What CFile::GetStatus reports; only existence is used by the library.
 struct DORVIK_API CFileStatus {
     std::time_t m_ctime = 0;
@@ -125,3 +126,8 @@ protected:
     std::int64_t m_nMapLength = 0;
     std::uint64_t m_nMapChanges = 0;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CFile;
+using dorvik::classic::CFileStatus;

@@ -45,6 +45,7 @@
 #include "BitArray.h"
 #include "Collections.h"
 
+namespace dorvik::classic {
 class DORVIK_API CHierarchy : public CBitArrayArray {
 public:
     // An empty tree: no levels, node count unknown.
@@ -145,3 +146,7 @@ private:
     // deepest, numbers first .. last. False when that is nothing.
     bool ChildSpan(int node, int mode, int& shallowest, int& deepest, int& first, int& last) const;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CHierarchy;

@@ -5,6 +5,7 @@
 
 #include "Platform.h"
 
+namespace dorvik::classic {
 // A piece is what stands before the first `<` in the stretch up to the next `>`, with
 // its leading blanks, tabs, CRs and LFs skipped and its trailing ones kept; a stretch
 // with nothing before its `<` gives no piece. Behind the last `>` comes the rest of
@@ -45,3 +46,7 @@ private:
     // Bytes in m_pBuffer, its zero byte included (0 with no buffer).
     std::size_t m_nSize = 0;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CHtmlText;

@@ -7,6 +7,7 @@
 #include "Operation.h"
 #include "Platform.h"
 
+namespace dorvik::classic {
 class CBitArray;
 
 // Records are 1 to 4 bytes. GetRecord reads a 1- to 3-byte record whose top bit is set
@@ -74,9 +75,10 @@ public:
     // Appends a record: CIXFile::Insert(GetRecordCount() - 1, value).
     virtual void Add(int value);
     // Without index file: the first physical position after `start` whose record equals
-    // `value` (start -1 searches from record 0), or -1. With an index file `start` plays
-    // no part: a binary search of the view gives the physical position of the first of
-    // the equal records in view order, or -1. Signed comparison.
+    // `value` (start -1 searches from record 0), or -1; -1 too for a `start` at or past
+    // the last record. With an index file `start` plays no part: a binary search of the
+    // view gives the physical position of the first of the equal records in view order,
+    // or -1. Signed comparison.
     virtual int Find(int start, int value);
 
     // Appends `count` records holding `values`, as `count` calls of CIXFile::Add
@@ -107,12 +109,14 @@ public:
     // Maps a set through the file: `values` is emptied (FreeBuffer), then for every bit
     // set in `positions` (a plain bitmap, read as GetRecord positions) the record value
     // is set as a bit in `values`. Values below 0 (empty records) are skipped. A null
-    // `positions` leaves `values` empty.
+    // `positions` leaves `values` empty. The largest value sizes `values` (up to 256 MiB
+    // for a 4-byte record): an application reading untrusted files bounds the values
+    // first, or limits memory (CMemoryException).
     void GetRecords(CBitArray* positions, CBitArray& values);
     // Reads physical records `from` to `to` in one read and sets in `bits` the bit
     // numbered by each record's GetRecordValue; `bits` is not cleared first. `to` is
     // clamped to the last record and `from` to 0; an empty range sets nothing; values
-    // below 0 are skipped.
+    // below 0 are skipped. As above, the largest value sizes `bits`.
     void GetRecords(int from, int to, CBitArray& bits);
     // `bits` is emptied, then bit i is set for every physical record whose bytes differ
     // from the low record-size bytes of the init value. The file is read in one block.
@@ -155,7 +159,10 @@ public:
     void SetInitValue(int value) { m_nInitValue = value; }
     // The linked index file (not owned), or null.
     CIXFile* GetIndexFile() { return m_pIndexFile; }
-    void SetIndexFile(CIXFile* index) { m_pIndexFile = index; }
+    // Links `index` (null unlinks). A file whose chain of index files leads back to this
+    // one (this file itself included) is refused and the old link stays: lookups go down
+    // the chain and would never end. Costs the length of the chain.
+    void SetIndexFile(CIXFile* index);
 
 protected:
     // Widens a hit at view `position` to the run of equal records: on return `low` and
@@ -192,3 +199,8 @@ protected:
     int m_nGrowCount = 0;
     CIXFile* m_pIndexFile = nullptr;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBitArray;
+using dorvik::classic::CIXFile;

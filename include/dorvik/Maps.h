@@ -19,6 +19,7 @@
 #include "Platform.h"
 #include "String.h"
 
+namespace dorvik::classic {
 class DORVIK_API CMapStringToString {
 public:
     // `blockSize` is accepted for compatibility; memory grows as needed.
@@ -80,3 +81,8 @@ private:
     struct Table;
     Table* m_pTable = nullptr;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CMapStringToPtr;
+using dorvik::classic::CMapStringToString;

@@ -4,6 +4,7 @@
 #include "BinFile.h"
 #include "MemTwin.h"
 
+namespace dorvik::classic {
 extern template class CMemTwinBase<CBaseMemFile, CBinFile>;
 extern template class CMemTwin<CBinFile>;
 
@@ -12,3 +13,7 @@ public:
     using CMemTwin<CBinFile>::CMemTwin;
     ~CMemBinFile() override;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CMemBinFile;

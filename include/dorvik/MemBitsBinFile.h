@@ -4,6 +4,7 @@
 #include "BitsBinFile.h"
 #include "MemTwin.h"
 
+namespace dorvik::classic {
 extern template class CMemTwinBase<CBaseMemFile, CBitsBinFile>;
 extern template class CMemTwin<CBitsBinFile>;
 
@@ -12,3 +13,7 @@ public:
     using CMemTwin<CBitsBinFile>::CMemTwin;
     ~CMemBitsBinFile() override;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CMemBitsBinFile;

@@ -3,6 +3,7 @@
 
 #include "File.h"
 
+namespace dorvik::classic {
 class DORVIK_API CMemFile : public CFile {
 public:
     // Empty, no block yet; owns what it will allocate.
@@ -45,3 +46,7 @@ public:
 protected:
     void GrowFile(DWORD newLength);
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CMemFile;

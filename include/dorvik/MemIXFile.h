@@ -6,6 +6,7 @@
 #include "IXFile.h"
 #include "MemTwin.h"
 
+namespace dorvik::classic {
 extern template class CMemTwinBase<CMemFile, CIXFile>;
 
 class DORVIK_API CMemIXFile : public CMemTwinBase<CMemFile, CIXFile> {
@@ -46,3 +47,7 @@ public:
     // was: content, length and position. Throws CFileException.
     void UpdateToFile(const char* path);
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CMemIXFile;

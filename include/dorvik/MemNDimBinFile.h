@@ -5,6 +5,7 @@
 #include "NDimBinFile.h"
 #include "NDimBitsBinFile.h"
 
+namespace dorvik::classic {
 extern template class CMemTwinBase<CBaseMemFile, CNDimBinFile>;
 extern template class CMemTwin<CNDimBinFile>;
 extern template class CMemTwinBase<CBaseMemFile, CNDimBitsBinFile>;
@@ -23,3 +24,8 @@ public:
     using CMemTwin<CNDimBitsBinFile>::CMemTwin;
     ~CMemNDimBitsBinFile() override;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CMemNDimBinFile;
+using dorvik::classic::CMemNDimBitsBinFile;

@@ -4,6 +4,7 @@
 #include "MemTwin.h"
 #include "TextBinFile.h"
 
+namespace dorvik::classic {
 extern template class CMemTwinBase<CBaseMemFile, CTextBinFile>;
 extern template class CMemTwin<CTextBinFile>;
 
@@ -27,3 +28,7 @@ public:
     // When writing the words throws, nothing is given away.
     BYTE* Detach() override;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CMemTextBinFile;

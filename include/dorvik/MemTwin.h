@@ -12,6 +12,7 @@
 
 #include "BaseMemFile.h"
 
+namespace dorvik::classic {
 // The storage half of every twin: Seek, SetLength, GetLength, Read, Write, Close,
 // GetPosition, ReadHuge and WriteHuge all act on the memory side. GetLength is the
 // stored length and Close that of the memory side; a twin whose file class measures or
@@ -80,3 +81,8 @@ public:
     // releases the table and gives the block away; release it with free or DropBlock.
     BYTE* Detach() override;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CMemTwin;
+using dorvik::classic::CMemTwinBase;

@@ -6,6 +6,7 @@
 #include "Operation.h"
 #include "Platform.h"
 
+namespace dorvik::classic {
 class CBitArray;
 
 // The file form has no header: element k is the little-endian 32-bit number at offset
@@ -73,8 +74,9 @@ public:
     bool operator==(const CDWordArray& other) const;
     bool operator!=(const CDWordArray& other) const { return !(*this == other); }
 
-    // Links the index array (not owned); null unlinks it.
-    void SetIndexFile(CMyDWordArray* index) { m_pIndexFile = index; }
+    // Links the index array (not owned); null unlinks it. An array whose chain of index
+    // arrays leads back to this one (itself included) is refused: the old link stays.
+    void SetIndexFile(CMyDWordArray* index);
     CMyDWordArray* GetIndexFile() const { return m_pIndexFile; }
 
     // Empties `target` and fills it with the physical positions of this array's
@@ -106,3 +108,8 @@ protected:
     CMyDWordArray* m_pIndexFile = nullptr;
     bool m_bModified = false;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBitArray;
+using dorvik::classic::CMyDWordArray;

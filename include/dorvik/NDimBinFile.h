@@ -12,7 +12,8 @@
 // corrupt nested image makes its path lead nowhere, never a read outside it. The path
 // operations work in safe and in not safe mode (the top file's own table is taken
 // from memory). The caller owns `indices`, which no operation changes. Negative numbers
-// in a path lead nowhere.
+// in a path lead nowhere, and a change through them (other than an Insert's last number
+// -1, the front) changes nothing.
 #pragma once
 
 #include <functional>
@@ -21,6 +22,7 @@
 #include "BinFile.h"
 #include "BitArray.h"
 
+namespace dorvik::classic {
 class DORVIK_API CNDimBinFile : public CBinFile {
 public:
     CNDimBinFile();
@@ -58,14 +60,16 @@ public:
     // leads nowhere gets an empty nested file.
     virtual void Delete(int dim, int* indices, int first, int last);
     // Empties `bits`, then sets a bit for every non-empty record of the file named by
-    // the path; a path that leads nowhere leaves `bits` as it was.
+    // the path; a path that leads nowhere, or to bytes that are no record file image
+    // (where GetRecordCount gives 0), leaves `bits` as it was.
     virtual void GetRecordsBitmap(int dim, int* indices, CBitArray& bits);
     // Hands the bytes at the path to `file`, which owns them afterwards; false (file
     // untouched) when the path leads nowhere or to an empty record.
     virtual bool GetFile(int dim, int* indices, CBaseMemFile& file);
 
     // Creates every level and record of the path that is missing below the top file;
-    // the last record stays empty. Does not extend the top file.
+    // the last record stays empty. Does not extend the top file. A number that no file
+    // below 2 GiB can hold (INT_MAX) throws CFileException(diskFull).
     void Init(int dim, int* indices);
     // The number of records of the file named by the path; 0 when it leads nowhere or
     // the bytes there are no record file image.
@@ -93,3 +97,7 @@ private:
     // applies `change` to it and writes the new image back in its place.
     void ChangeFile(int dim, int* indices, const std::function<void(CBinFile&)>& change);
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CNDimBinFile;

@@ -8,6 +8,7 @@
 
 #include "NDimBinFile.h"
 
+namespace dorvik::classic {
 class DORVIK_API CNDimBitsBinFile : public CNDimBinFile {
 public:
     CNDimBitsBinFile();
@@ -25,7 +26,9 @@ public:
 
     // The expanded bytes at the path in a new GrabBlock block (release with DropBlock);
     // `limit` (bytes, -1 for all) stops the expansion after the item that reaches it.
-    // Null and 0 when the path leads nowhere or the record is empty.
+    // Null and 0 when the path leads nowhere or the record is empty. As in
+    // CBitsBinFile, a record can expand to 21845 times its stored length by contract:
+    // pass a `limit` on untrusted files.
     virtual void GetRecord(int dim, int* indices, unsigned char*& buffer, int& length, int limit);
     // The same handed to `bits`, which always gets expanded bytes and comes back
     // uncompressed.
@@ -54,3 +57,7 @@ public:
     virtual void XOrAt(int dim, int* indices, int bit);
     virtual bool GetAt(int dim, int* indices, int bit);
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CNDimBitsBinFile;

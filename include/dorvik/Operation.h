@@ -1,6 +1,7 @@
 // The operation flags shared by the searches and the set combiners.
 #pragma once
 
+namespace dorvik::classic {
 // Four bit flags with two readings; the operation that takes the value fixes the
 // reading.
 //  - Selection (the Find families): opEqual, opGreater and opLess combine with |
@@ -25,3 +26,15 @@ constexpr Operation operator|(Operation a, Operation b) {
 }
 
 inline Operation& operator|=(Operation& a, Operation b) { return a = a | b; }
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::opAnd;
+using dorvik::classic::opCopy;
+using dorvik::classic::opEqual;
+using dorvik::classic::Operation;
+using dorvik::classic::opGreater;
+using dorvik::classic::opLess;
+using dorvik::classic::opNot;
+using dorvik::classic::opOr;
+using dorvik::classic::opXor;

@@ -7,6 +7,7 @@
 
 #define DORVIK_API __attribute__((visibility("default")))
 
+namespace dorvik::classic {
 // File formats are 32-bit and little-endian: these types never let a 64-bit long
 // reach a file. Seek offsets and results are LONG; sizes and positions are DWORD.
 using DWORD = std::uint32_t;
@@ -66,3 +67,24 @@ DORVIK_API void AfxTrace(const char* format, ...) __attribute__((format(printf, 
 using AfxTraceSink = void (*)(const char* text);
 // Replaces the trace sink (null restores the default); returns the previous one.
 DORVIK_API AfxTraceSink AfxSetTraceSink(AfxTraceSink sink);
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::AfxMessageBox;
+using dorvik::classic::AfxMessageHandler;
+using dorvik::classic::AfxSetMessageHandler;
+using dorvik::classic::AfxSetTraceSink;
+using dorvik::classic::AfxTrace;
+using dorvik::classic::AfxTraceSink;
+using dorvik::classic::BOOL;
+using dorvik::classic::BYTE;
+using dorvik::classic::CObject;
+using dorvik::classic::DorvikPosition;
+using dorvik::classic::DorvikSetBlockLimit;
+using dorvik::classic::DropBlock;
+using dorvik::classic::DWORD;
+using dorvik::classic::GrabBlock;
+using dorvik::classic::LONG;
+using dorvik::classic::POSITION;
+using dorvik::classic::RegrowBlock;
+using dorvik::classic::UINT;

@@ -12,6 +12,7 @@
 #include "MyDWordArray.h"
 #include "Platform.h"
 
+namespace dorvik::classic {
 // The number held in the raw little-endian bytes of one integer record: size 1 gives
 // the byte (0..255), size 2 the 16-bit word (0..65535), size 3 -1 when bit 23 is set and
 // else the low 23 bits; size 4 and above the first 4 bytes as a signed number. A null
@@ -381,3 +382,12 @@ void CSortTree<KEY>::RemoveAll() {
     m_pRoot = m_pLowest = m_pHighest = nullptr;
     m_nCount = 0;
 }
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBuffer;
+using dorvik::classic::CBufferRef;
+using dorvik::classic::CInt;
+using dorvik::classic::CIXRecord;
+using dorvik::classic::CSortTree;
+using dorvik::classic::GetRecordValue;

@@ -6,6 +6,7 @@
 
 #include "Platform.h"
 
+namespace dorvik::classic {
 class DORVIK_API CString {
 public:
     CString() = default;
@@ -71,3 +72,7 @@ inline bool operator==(const CString& a, const char* b) { return a.str() == (b ?
 inline bool operator!=(const CString& a, const CString& b) { return !(a == b); }
 inline bool operator!=(const CString& a, const char* b) { return !(a == b); }
 inline bool operator<(const CString& a, const CString& b) { return a.str() < b.str(); }
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CString;

@@ -6,6 +6,7 @@
 
 #include "Platform.h"
 
+namespace dorvik::classic {
 // Bytes are compared by exact value: bytes above 127 are ordinary characters and may
 // be text or delimiters. A null delimiter string is the empty set everywhere. The
 // buffer of a scan must stay in place and writable until the scan ends; nothing is
@@ -77,3 +78,7 @@ protected:
     // The byte replaced at m_pNext; 0 when nothing is replaced.
     char m_cSaved = 0;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CStringToken;

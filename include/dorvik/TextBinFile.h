@@ -28,6 +28,7 @@
 #include "SortTree.h"
 #include "String.h"
 
+namespace dorvik::classic {
 class CBitArray;
 class CNDimBitsBinFile;
 
@@ -306,3 +307,10 @@ private:
     // Delete with a filter or an index file.
     void DeleteInView(int first, int last);
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CBitArray;
+using dorvik::classic::CNDimBitsBinFile;
+using dorvik::classic::CTextBinFile;
+using dorvik::classic::DiacriticMarks;

@@ -47,6 +47,7 @@
 #include "Platform.h"
 #include "XMLNode.h"
 
+namespace dorvik::classic {
 class DORVIK_API CXMLDocument {
 public:
     // Not loaded: no document node, no root, by-name look-up off.
@@ -117,3 +118,7 @@ private:
     CXMLNode* MakeNode(CXMLNode* parent, const char* tag, const char* end, bool special);
     void CopyFrom(const CXMLDocument& other);
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CXMLDocument;

@@ -21,6 +21,7 @@
 #include "Platform.h"
 #include "String.h"
 
+namespace dorvik::classic {
 // How the static CXMLNode::Find walks. A null pointer in its place means the defaults.
 struct FindNodeText {
     bool m_bForward = true;      // walk with GetNext; false: with GetPrev
@@ -235,3 +236,9 @@ private:
 
     friend class CXMLDocument;
 };
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::CXMLDocument;
+using dorvik::classic::CXMLNode;
+using dorvik::classic::FindNodeText;

@@ -13,6 +13,7 @@
 #include "bits/Words.h"
 #include "frame/Block.h"
 
+namespace dorvik::classic {
 namespace {
 using dorvik::bits::Bits;
 using dorvik::bits::Load;
@@ -400,7 +401,8 @@ void CBitArray::Insert(int bit, int count, bool value) {
     Bits first = static_cast<Bits>(bit) + 1;  // first bit of the gap
     Bits last = first + count - 1;
     Bits held = bits + count + std::max<Bits>(0, bit - bits);
-    if (last > INT_MAX) throw CMemoryException();
+    // Bit numbers are ints: neither the gap nor the bits moved above it may pass 2^31 - 1.
+    if (last > INT_MAX || held > Bits{INT_MAX} + 1) throw CMemoryException();
     // One growth up front, to what the move and then the fill would each grow to.
     GrowTo(std::max((held + 7) / 8, value ? (last >> 3) + 1 : 0));
     if (first < bits) MoveBits(m_pBuffer, first, first + count, bits - first);
@@ -560,3 +562,5 @@ bool CBitArray::IsRangeEmpty(int from, int to) const {
            (m_pBuffer[tail] & ByteMask(0, last & 7)) == 0 &&
            AllZero(m_pBuffer + head + 1, static_cast<std::size_t>(tail - head - 1));
 }
+
+}  // namespace dorvik::classic

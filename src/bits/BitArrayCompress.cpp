@@ -11,6 +11,7 @@
 #include "dorvik/Exceptions.h"
 #include "frame/Block.h"
 
+namespace dorvik::classic {
 using dorvik::bits::TrimmedLength;
 using dorvik::bits::Word;
 
@@ -132,3 +133,5 @@ int CBitArray::GetBitsValue(const unsigned char* buffer, int from, int bits) {
     w = (w >> shift) & ((Word{1} << bits) - 1);
     return static_cast<int>(static_cast<std::uint32_t>(w));
 }
+
+}  // namespace dorvik::classic

@@ -12,6 +12,7 @@
 
 #include "bits/Words.h"
 
+namespace dorvik::classic {
 namespace {
 using dorvik::bits::Bits;
 using dorvik::bits::LoadWord;
@@ -227,3 +228,5 @@ int CBitArray::Range2Array(int from, int to, CDWordArray& list) const {
                   });
     return added;
 }
+
+}  // namespace dorvik::classic

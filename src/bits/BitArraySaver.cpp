@@ -9,6 +9,7 @@
 #include "frame/Coding.h"
 #include "frame/TempFile.h"
 
+namespace dorvik::classic {
 namespace {
 constexpr int kMaxIndex = 10000;
 constexpr UINT kOpenMode = CFile::modeReadWrite | CFile::shareDenyNone;
@@ -192,3 +193,5 @@ bool CBitArraySaver::Pop(int number, CDWordArray& array) {
     }
     return true;
 }
+
+}  // namespace dorvik::classic

@@ -12,6 +12,7 @@
 #include "frame/Block.h"
 #include "frame/Coding.h"
 
+namespace dorvik::classic {
 namespace {
 constexpr int kGrowBy = 80;
 
@@ -93,6 +94,15 @@ void CMyDWordArray::Init(const unsigned char* buffer, int length) {
     m_pData = block;
     m_nSize = m_nMaxSize = count;
     m_bModified = false;
+}
+
+void CMyDWordArray::SetIndexFile(CMyDWordArray* index) {
+    // Every lookup goes down the chain of index arrays: one that came back here would
+    // never end.
+    for (CMyDWordArray* link = index; link; link = link->m_pIndexFile) {
+        if (link == this) return;
+    }
+    m_pIndexFile = index;
 }
 
 int CMyDWordArray::Physical(int index) const {
@@ -246,3 +256,5 @@ int CMyDWordArray::Find(DWORD value, Operation op, CBitArray& bits, bool sortedP
     if (flags & opGreater) put(high + 1, m_nSize - 1);
     return count;
 }
+
+}  // namespace dorvik::classic

@@ -3,6 +3,7 @@
 
 #include "frame/Coding.h"
 
+namespace dorvik::classic {
 int GetRecordValue(const void* record, int size) {
     if (!record || size < 1) return 0;
     const auto* p = static_cast<const unsigned char*>(record);
@@ -11,3 +12,5 @@ int GetRecordValue(const void* record, int size) {
     if (size == 3 && (v & 0x800000)) return -1;
     return static_cast<int>(v);
 }
+
+}  // namespace dorvik::classic

@@ -23,11 +23,12 @@ constexpr UINT kOpenShared = CFile::shareDenyNone | CFile::modeReadWrite;  // 0x
 UINT OpenMode(const char* path, bool truncate);
 
 // The element in slot `index` of an array of owned pointers, made by `make` when the
-// slot is null or past the end (slots between stay null). Null for a negative index.
+// slot is null or past the end (slots between stay null). Null for a negative index;
+// CMemoryException, as from SetAtGrow, when the slots cannot be had (INT_MAX among them).
 template <class T, class Make>
 T* SlotOnDemand(CPtrArray& array, int index, Make make) {
     if (index < 0) return nullptr;
-    if (index >= array.GetSize()) array.SetSize(index + 1, -1);
+    if (index >= array.GetSize()) array.SetAtGrow(index, nullptr);
     void*& slot = array.ElementAt(index);
     if (!slot) slot = make();
     return static_cast<T*>(slot);

@@ -55,6 +55,7 @@ void dorvik::collections::MergeRecord(CBitsBinFile* file, CBitsBinFile* out, int
     out->Modify(target, &record);
 }
 
+namespace dorvik::classic {
 CBitArrayArray::CBitArrayArray(bool compressed) : m_bCompressed(compressed) {}
 
 CBitArrayArray::~CBitArrayArray() { RemoveAll(); }
@@ -154,3 +155,5 @@ void CBitArrayCollection::Save(CBinFile* file, Operation op, bool free, bool pac
     SaveImages<CBitArrayArray>(*this, m_nFirst, m_nLast, file, op, free, packed, progress,
                                kBitArrayRules);
 }
+
+}  // namespace dorvik::classic

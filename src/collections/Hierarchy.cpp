@@ -8,6 +8,7 @@
 
 #include "bits/Words.h"
 
+namespace dorvik::classic {
 namespace {
 using dorvik::bits::Bits;
 using dorvik::bits::LoadWord;
@@ -290,3 +291,5 @@ int CHierarchy::GetNodePath(int node, int*& path) const {
     path = out;
     return level + 1;
 }
+
+}  // namespace dorvik::classic

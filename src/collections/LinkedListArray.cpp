@@ -9,6 +9,7 @@
 #include "frame/Coding.h"
 #include "frame/TempFile.h"
 
+namespace dorvik::classic {
 using namespace dorvik::collections;
 
 namespace {
@@ -291,3 +292,5 @@ void CLinkedListCollection::Save(CBinFile* file, Operation op, bool free, bool p
     SaveImages<CLinkedListArray>(*this, m_nFirst, m_nLast, file, op, free, packed, progress,
                                  kCollectionRules);
 }
+
+}  // namespace dorvik::classic

@@ -5,6 +5,7 @@
 
 #include "collections/CollectionFrame.h"
 
+namespace dorvik::classic {
 using namespace dorvik::collections;
 
 namespace {
@@ -100,3 +101,5 @@ void CMyDWordArrayCollection::Save(CBinFile* file, Operation op, bool free, bool
     SaveImages<CMyDWordArrayArray>(*this, m_nFirst, m_nLast, file, op, free, packed, progress,
                                    kCollectionRules);
 }
+
+}  // namespace dorvik::classic

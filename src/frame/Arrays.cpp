@@ -1,11 +1,13 @@
 #include "dorvik/Arrays.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <new>
 
 #include "dorvik/Exceptions.h"
 
+namespace dorvik::classic {
 namespace {
 // The new allocated size for `newSize` elements: whole grow steps, or a step chosen
 // from the size when the step is 0, as the platform arrays do.
@@ -17,8 +19,18 @@ int NextCapacity(int newSize, int maxSize, int size, int growBy) {
     return static_cast<int>(wanted);
 }
 
+// The size of an array that holds `index`: INT_MAX + 1 elements cannot be had.
+int SizeThrough(int index) {
+    if (index == INT_MAX) throw CMemoryException();
+    return index + 1;
+}
+
 template <typename T>
 void Resize(T*& data, int& size, int& maxSize, int& growBy, int newSize, int newGrowBy) {
+    // A block stays below 2 GiB, as memory files do: a larger size is refused before
+    // anything changes, instead of being filled element by element.
+    if (newSize > 0 && static_cast<std::size_t>(newSize) > 0x7FFFFFFFu / sizeof(T))
+        throw CMemoryException();
     if (newGrowBy != -1) growBy = newGrowBy;
     if (newSize < 0) newSize = 0;
     if (newSize == 0) {
@@ -62,7 +74,7 @@ void CDWordArray::SetAt(int index, DWORD value) {
 
 void CDWordArray::SetAtGrow(int index, DWORD value) {
     if (index < 0) return;
-    if (index >= m_nSize) SetSize(index + 1, -1);
+    if (index >= m_nSize) SetSize(SizeThrough(index), -1);
     m_pData[index] = value;
 }
 
@@ -120,7 +132,7 @@ void CPtrArray::SetAt(int index, void* value) {
 
 void CPtrArray::SetAtGrow(int index, void* value) {
     if (index < 0) return;
-    if (index >= m_nSize) SetSize(index + 1, -1);
+    if (index >= m_nSize) SetSize(SizeThrough(index), -1);
     m_pData[index] = value;
 }
 
@@ -129,3 +141,5 @@ int CPtrArray::Add(void* value) {
     SetAtGrow(index, value);
     return index;
 }
+
+}  // namespace dorvik::classic

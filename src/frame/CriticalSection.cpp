@@ -1,5 +1,6 @@
 #include "dorvik/CriticalSection.h"
 
+namespace dorvik::classic {
 CCriticalSection::CCriticalSection() = default;
 
 CCriticalSection::~CCriticalSection() = default;
@@ -13,3 +14,5 @@ BOOL CCriticalSection::Unlock() {
     m_mutex.unlock();
     return 1;
 }
+
+}  // namespace dorvik::classic

@@ -6,6 +6,7 @@
 
 #include "dorvik/Platform.h"
 
+namespace dorvik::classic {
 namespace {
 int DefaultMessage(const char* text, UINT, UINT) {
     // One line: the CR LF of the text become a blank.
@@ -65,3 +66,5 @@ void AfxTrace(const char* format, ...) {
 AfxTraceSink AfxSetTraceSink(AfxTraceSink sink) {
     return g_trace.exchange(sink ? sink : &DefaultTrace);
 }
+
+}  // namespace dorvik::classic

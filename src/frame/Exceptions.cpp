@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
+namespace dorvik::classic {
 CObject::~CObject() = default;
 
 const char* CException::what() const noexcept { return "Dorvik exception"; }
@@ -90,3 +91,5 @@ int CFileException::OsErrorToException(int error) {
             return genericException;
     }
 }
+
+}  // namespace dorvik::classic

@@ -12,6 +12,7 @@
 
 #include "frame/Coding.h"
 
+namespace dorvik::classic {
 namespace {
 using dorvik::kMaxFileLength;
 constexpr std::size_t kWriteBehind = 64 * 1024;
@@ -284,3 +285,5 @@ void CFile::Rename(const char* from, const char* to) {
         throw CFileException(CFileException::OsErrorToException(err), err, from);
     }
 }
+
+}  // namespace dorvik::classic

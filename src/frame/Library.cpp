@@ -2,6 +2,7 @@
 
 #include "dorvik/Platform.h"
 
+namespace dorvik::classic {
 void DorvikLibraryAttach() { AfxTrace("%s", "Dorvik.DLL Initializing!\n"); }
 
 void DorvikLibraryDetach() { AfxTrace("%s", "Dorvik.DLL Terminating!\n"); }
@@ -10,3 +11,5 @@ namespace {
 __attribute__((constructor)) void OnLoad() { DorvikLibraryAttach(); }
 __attribute__((destructor)) void OnUnload() { DorvikLibraryDetach(); }
 }  // namespace
+
+}  // namespace dorvik::classic

@@ -12,6 +12,7 @@
 
 #include "dorvik/Exceptions.h"
 
+namespace dorvik::classic {
 namespace {
 // Pairs in insertion order. Up to kScanLimit keys a scan is faster than hashing; above
 // it an open-addressed table of entry indexes, at most half full, finds a key.
@@ -341,3 +342,5 @@ void CMapStringToPtr::RemoveAll() {
     delete m_pTable;
     m_pTable = nullptr;
 }
+
+}  // namespace dorvik::classic

@@ -7,6 +7,7 @@
 #include "frame/Block.h"
 #include "frame/Coding.h"
 
+namespace dorvik::classic {
 namespace {
 constexpr std::uint64_t kMaxMemSize = dorvik::kMaxFileLength;
 }  // namespace
@@ -106,3 +107,5 @@ void CMemFile::Close() {
     m_nBufferSize = m_nFileSize = m_nPosition = 0;
     m_nGrowBytes = 0;
 }
+
+}  // namespace dorvik::classic

@@ -6,6 +6,7 @@
 
 #include "dorvik/Exceptions.h"
 
+namespace dorvik::classic {
 CString::CString(const char* text) : m_s(text ? text : "") {}
 
 CString::CString(const char* text, int length) {
@@ -151,3 +152,5 @@ CString operator+(const char* a, const CString& b) {
     r += b;
     return r;
 }
+
+}  // namespace dorvik::classic

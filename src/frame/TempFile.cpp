@@ -8,6 +8,7 @@
 
 #include "dorvik/Exceptions.h"
 
+namespace dorvik::classic {
 void MakeTempFileName(CString& name, const char* prefix) {
     const char* dir = std::getenv("TMPDIR");
     std::string path = (dir && *dir) ? dir : "/tmp";
@@ -20,3 +21,5 @@ void MakeTempFileName(CString& name, const char* prefix) {
     close(fd);
     name = path.c_str();
 }
+
+}  // namespace dorvik::classic

@@ -3,7 +3,12 @@
 
 #include "dorvik/String.h"
 
+namespace dorvik::classic {
 // Creates a new empty file in $TMPDIR (else /tmp) whose name starts with `prefix`
 // ("dvk" when null) and puts its full path in `name`. No other caller gets the same
 // name. Throws CFileException when no file can be created.
 void MakeTempFileName(CString& name, const char* prefix);
+
+}  // namespace dorvik::classic
+
+using dorvik::classic::MakeTempFileName;

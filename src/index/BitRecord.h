@@ -42,9 +42,12 @@ inline void AttachRecord(CBitArray& bits, unsigned char* buffer, int length) {
 // Grows `block` (which may be null) to hold `bit`; `length` follows. New bytes are 0.
 inline void GrowToBit(Block<>& block, int& length, int bit) {
     if (bit / 8 < length) return;
+    // RegrowBlock throws with the old block untouched: it stays held until the growth
+    // has succeeded.
+    void* grown = RegrowBlock(block.get(), static_cast<std::size_t>(bit / 8 + 1));
+    (void)block.release();
+    block.reset(static_cast<unsigned char*>(grown));
     length = bit / 8 + 1;
-    block.reset(static_cast<unsigned char*>(
-        RegrowBlock(block.release(), static_cast<std::size_t>(length))));
 }
 
 inline unsigned char Mask(int bit) { return static_cast<unsigned char>(1u << (bit & 7)); }

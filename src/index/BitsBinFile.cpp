@@ -10,6 +10,7 @@
 #include "frame/Coding.h"
 #include "index/BitRecord.h"
 
+namespace dorvik::classic {
 using dorvik::Block;
 using dorvik::CompressBytes;
 using dorvik::Hold;
@@ -342,3 +343,5 @@ void CBitsBinFile::AndFiles(const char* source, const char* target) {
     CBitsBinFile t(target, modeReadWrite);
     AndFiles(&s, &t);
 }
+
+}  // namespace dorvik::classic

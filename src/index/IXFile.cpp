@@ -13,6 +13,7 @@
 #include "frame/Coding.h"
 #include "index/IXRecords.h"
 
+namespace dorvik::classic {
 namespace {
 using dorvik::EncodeIXRecord;
 constexpr std::int64_t kMaxFile = dorvik::kMaxFileLength;
@@ -104,6 +105,15 @@ void CIXFile::Init(int count) {
 }
 
 int CIXFile::ReadOne(int position) { return dorvik::ReadIXRecord(*this, position); }
+
+void CIXFile::SetIndexFile(CIXFile* index) {
+    // Every lookup goes down the chain of index files: one that came back here would
+    // never end.
+    for (CIXFile* link = index; link; link = link->m_pIndexFile) {
+        if (link == this) return;
+    }
+    m_pIndexFile = index;
+}
 
 int CIXFile::GetRecord(int position) {
     int physical = PhysicalPosition(position, GetRecordCount());
@@ -274,6 +284,7 @@ int CIXFile::Find(int start, int value) {
         return PhysicalPosition(low, count);
     }
     // Piece by piece, so that a loop that steps from hit to hit reads the file once.
+    if (start >= count) return -1;
     int first = std::max(start, -1) + 1;
     while (first < count) {
         int n = std::min(kPiece, count - first);
@@ -595,3 +606,5 @@ void CIXFile::Invert(bool (*progress)(int, int), CFile* target) {
     }
     out->SetLength(static_cast<DWORD>(entries * size));
 }
+
+}  // namespace dorvik::classic

@@ -5,6 +5,7 @@
 #include "frame/MemImage.h"
 #include "recordfile/MemTwin.h"
 
+namespace dorvik::classic {
 template class CMemTwinBase<CMemFile, CIXFile>;
 
 using dorvik::GrowOrDefault;
@@ -58,3 +59,5 @@ void CMemIXFile::SaveToFile(const char* path) {
 void CMemIXFile::UpdateToFile(const char* path) {
     dorvik::WriteFileBlock(path, m_lpBuffer, GetLength());
 }
+
+}  // namespace dorvik::classic

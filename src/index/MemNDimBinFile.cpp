@@ -2,6 +2,7 @@
 
 #include "recordfile/MemTwin.h"
 
+namespace dorvik::classic {
 template class CMemTwinBase<CBaseMemFile, CNDimBinFile>;
 template class CMemTwin<CNDimBinFile>;
 template class CMemTwinBase<CBaseMemFile, CNDimBitsBinFile>;
@@ -9,3 +10,5 @@ template class CMemTwin<CNDimBitsBinFile>;
 
 CMemNDimBinFile::~CMemNDimBinFile() = default;
 CMemNDimBitsBinFile::~CMemNDimBitsBinFile() = default;
+
+}  // namespace dorvik::classic

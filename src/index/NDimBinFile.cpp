@@ -1,6 +1,7 @@
 // Nested record files: path walks over stored tables, and inside-out rebuilds.
 #include "dorvik/NDimBinFile.h"
 
+#include <cstdint>
 #include <vector>
 
 #include "dorvik/MemBinFile.h"
@@ -8,6 +9,7 @@
 #include "frame/Coding.h"
 #include "recordfile/RecordTable.h"
 
+namespace dorvik::classic {
 using dorvik::Block;
 using dorvik::GrabOrThrow;
 using dorvik::Hold;
@@ -65,8 +67,10 @@ void CNDimBinFile::MakePath(int dim, int* indices) {
         }
         // A missing nested file, or one too short: it grows to hold the record. Bytes
         // that are no record file image make this throw, before anything is written.
-        int records = indices[i] < 0 ? 1 : indices[i] + 1;
-        ChangeFile(i, indices, [records](CBinFile& file) { file.CBinFile::Init(records); });
+        std::int64_t records = indices[i] < 0 ? 1 : std::int64_t{indices[i]} + 1;
+        dorvik::RequireRecordFileRoom(*this, 0, records);
+        ChangeFile(i, indices,
+                   [records](CBinFile& file) { file.CBinFile::Init(static_cast<int>(records)); });
         if (indices[i] < 0) return;
     }
 }
@@ -141,6 +145,10 @@ void CNDimBinFile::WriteFile(int dim, int* indices, unsigned char* data, int len
 }
 
 void CNDimBinFile::ChangeFile(int dim, int* indices, const std::function<void(CBinFile&)>& change) {
+    // A negative number names no file: the rebuild would land on record 0 of its level.
+    for (int i = 0; i < dim; ++i) {
+        if (indices[i] < 0) return;
+    }
     CMemBinFile image(0);
     unsigned char* block = nullptr;
     int blockLength = 0;
@@ -239,6 +247,15 @@ void CNDimBinFile::GetRecordsBitmap(int dim, int* indices, CBitArray& bits) {
     unsigned char* block = nullptr;
     int length = 0;
     if (!ReadFile(dim, indices, block, length, false)) return;
+    // Bytes that are no record file image lead nowhere, as they do for GetRecordCount.
+    dorvik::TableLocation table;
+    if (length < 4 || !dorvik::TableFromLastWord(dorvik::DecodeFixed32(block + length - 4),
+                                                 static_cast<DWORD>(length), table)) {
+        DropBlock(block);
+        return;
+    }
     CMemBinFile image(block, static_cast<UINT>(length), 0);
     image.GetRecordsBitmap(bits);
 }
+
+}  // namespace dorvik::classic

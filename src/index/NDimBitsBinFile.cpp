@@ -6,6 +6,7 @@
 
 #include "index/BitRecord.h"
 
+namespace dorvik::classic {
 using dorvik::Block;
 using dorvik::Hold;
 
@@ -114,3 +115,5 @@ int CNDimBitsBinFile::GetIndexBit(int dim, int* indices, int count) {
     Block<> hold = Hold(record);
     return dorvik::PositionPast(record, length, count);
 }
+
+}  // namespace dorvik::classic

@@ -4,6 +4,7 @@
 
 #include "frame/MemImage.h"
 
+namespace dorvik::classic {
 using dorvik::GrowOrDefault;
 
 CBaseMemFile::CBaseMemFile(UINT growBytes) : CMemFile(GrowOrDefault(growBytes)) {}
@@ -47,3 +48,5 @@ void CBaseMemFile::SaveToFile(const char* path) {
     }
     std::free(block);
 }
+
+}  // namespace dorvik::classic

@@ -8,6 +8,7 @@
 #include "frame/Coding.h"
 #include "recordfile/RecordTable.h"
 
+namespace dorvik::classic {
 namespace {
 constexpr DWORD kFirstTableBytes = 102400;  // room for 25599 records in a new file
 }  // namespace
@@ -78,6 +79,11 @@ bool CBinFile::LoadAddresses() {
     m_nAddressBytes = bytes;
     m_nRecordCount = static_cast<int>(table.count);
     dorvik::ReadTableEntries(*this, table.offset, m_pAddresses, table.count + 1);
+    // Entry `count` bounds every span read. In a sound table it is the last word, the
+    // table offset; a table out of step with the end, or one whose last entry is not the
+    // data end, is damaged: its spans stay below the offset and changes refuse it.
+    m_bTableDamaged = !table.inStep || m_pAddresses[table.count] != table.offset;
+    if (m_pAddresses[table.count] > table.offset) m_pAddresses[table.count] = table.offset;
     if (!m_bSafeMode) {
         try {
             SetLength(table.offset);
@@ -95,6 +101,7 @@ void CBinFile::FreeAddresses() {
     m_nAddressBytes = 0;
     m_nRecordCount = 0;
     m_bTableChecked = false;
+    m_bTableDamaged = false;
 }
 
 void CBinFile::UpdateAddresses(int first) {
@@ -160,8 +167,9 @@ void CBinFile::RequireTable() {
     if (!m_pAddresses && !LoadAddresses())
         throw CFileException(CFileException::invalidFile, -1, m_strFileName);
     if (m_bTableChecked) return;
-    // Changes trust the entries to rise; a corrupt table is refused before a change
-    // could spread it over the data. Once checked, the changes keep it so.
+    // Changes trust the entries to rise to the data end; a corrupt table is refused
+    // before a change could spread it over the data. Once checked, the changes keep it so.
+    if (m_bTableDamaged) throw CFileException(CFileException::invalidFile, -1, m_strFileName);
     for (int i = 0; i < m_nRecordCount; ++i) {
         if (m_pAddresses[i + 1] < m_pAddresses[i])
             throw CFileException(CFileException::invalidFile, -1, m_strFileName);
@@ -173,6 +181,7 @@ void CBinFile::Init(int count) {
     if (count <= m_nRecordCount) return;
     RequireTable();
     if (count <= m_nRecordCount) return;
+    dorvik::RequireRecordFileRoom(*this, m_pAddresses[m_nRecordCount], count);
     EnsureAddressRoom(count, kFirstTableBytes);
     DWORD dataEnd = m_pAddresses[m_nRecordCount];
     for (int i = m_nRecordCount + 1; i <= count; ++i) m_pAddresses[i] = dataEnd;
@@ -223,8 +232,9 @@ bool CBinFile::RecordSpan(int first, int last, DWORD& start, DWORD& length) cons
     if (!m_pAddresses || first < 0 || first > last || last >= m_nRecordCount) return false;
     start = m_pAddresses[first];
     DWORD stop = m_pAddresses[last + 1];
-    // A sound table never fails this; a corrupt one must not drive a read or an
-    // allocation beyond the data.
+    // Entry `count` is the data end: loading takes it from the file's last word, which
+    // lies inside the file, and changes keep it so. A sound table never fails this; a
+    // corrupt one must not drive a read or an allocation beyond the data.
     if (stop < start || stop > m_pAddresses[m_nRecordCount]) return false;
     length = stop - start;
     return true;
@@ -237,11 +247,12 @@ void CBinFile::GetRecords(int first, int last, unsigned char*& buffer, int& leng
         length = 0;
         return;
     }
+    // The seek comes first, and a block is handed out only once the read succeeded: a
+    // failure leaves the caller's buffer as it was and no block behind.
+    Seek(static_cast<LONG>(start), begin);
     if (allocate) {
-        // Handed out only once the read succeeded: a failure leaves no block behind.
         // The read fills the block; what a short read leaves, and the last byte, read 0.
         dorvik::Block<> held = dorvik::GrabUnfilledOrThrow(n + 1);
-        Seek(static_cast<LONG>(start), begin);
         UINT got = Read(held.get(), n);
         std::memset(held.get() + got, 0, n + 1 - got);
         buffer = held.release();
@@ -250,9 +261,7 @@ void CBinFile::GetRecords(int first, int last, unsigned char*& buffer, int& leng
     }
     if (length < 0) length = 0;
     if (static_cast<DWORD>(length) > n) length = static_cast<int>(n);
-    if (length == 0) return;
-    Seek(static_cast<LONG>(start), begin);
-    Read(buffer, static_cast<UINT>(length));
+    if (length > 0) Read(buffer, static_cast<UINT>(length));
 }
 
 void CBinFile::GetRecord(int index, unsigned char*& buffer, int& length, bool allocate) {
@@ -288,3 +297,5 @@ int CBinFile::GetMaxRecordLength() {
     }
     return best;
 }
+
+}  // namespace dorvik::classic

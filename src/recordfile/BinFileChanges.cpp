@@ -1,6 +1,8 @@
 // Record file changes. Records lie packed, so a change of length moves every stored
 // byte behind it in the file itself and corrects the table in memory; in safe mode the
 // table tail is then written back from the first changed entry on.
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -9,7 +11,9 @@
 #include "dorvik/BinFile.h"
 #include "dorvik/BitArray.h"
 #include "frame/Block.h"
+#include "recordfile/RecordTable.h"
 
+namespace dorvik::classic {
 namespace {
 constexpr int kMoveChunk = 8 << 20;     // a move never holds more than this at once
 constexpr DWORD kTableSpare = 102400;   // growth step of the table, in bytes
@@ -52,6 +56,15 @@ void CBinFile::MoveOrThrow(int from, int to, int bytes) {
     if (!MoveFileBuffer(from, to, bytes)) throw CMemoryException();
 }
 
+int CBinFile::InsertPosition(int after, int length, int records) {
+    std::int64_t pos = after < -1 ? 0 : std::int64_t{after} + 1;
+    // Past the end the file first grows to pos + 1 records; then come the new ones.
+    std::int64_t total = std::max<std::int64_t>(m_nRecordCount, pos + 1) + records;
+    dorvik::RequireRecordFileRoom(*this, std::int64_t{m_pAddresses[m_nRecordCount]} + length,
+                                  total);
+    return static_cast<int>(pos);
+}
+
 void CBinFile::MoveFileAddresses(int from, int to, int delta, int dest) {
     RequireTable();
     int last = dest + to - from;
@@ -67,7 +80,7 @@ void CBinFile::MoveFileAddresses(int from, int to, int delta, int dest) {
 void CBinFile::Insert(int after, unsigned char* data, int length) {
     RequireTable();
     if (length < 0) length = 0;
-    int pos = after < -1 ? 0 : after + 1;
+    int pos = InsertPosition(after, length);
     if (pos > m_nRecordCount) Init(pos + 1);
     int at = static_cast<int>(m_pAddresses[pos]);
     // In not safe mode nothing lies behind the data end: an append moves nothing.
@@ -89,6 +102,13 @@ void CBinFile::Modify(int index, unsigned char* data, int length) {
     RequireTable();
     if (length < 0) length = 0;
     if (index < 0) index = 0;
+    {
+        // The file as it will be: records through `index`, and the data grown by the
+        // new length (the old record's bytes are not subtracted: a bound, not a size).
+        std::int64_t records = std::max<std::int64_t>(m_nRecordCount, std::int64_t{index} + 1);
+        dorvik::RequireRecordFileRoom(*this, std::int64_t{m_pAddresses[m_nRecordCount]} + length,
+                                      records);
+    }
     if (index >= m_nRecordCount) Init(index + 1);
     int start = static_cast<int>(m_pAddresses[index]);
     int next = static_cast<int>(m_pAddresses[index + 1]);
@@ -184,7 +204,7 @@ int CBinFile::Insert(int after, CBinFile* source) {
         throw CFileException(CFileException::invalidFile, -1, source->m_strFileName);
 
     RequireTable();
-    int pos = after < -1 ? 0 : after + 1;
+    int pos = InsertPosition(after, blockLength, n);
     if (pos > m_nRecordCount) Init(pos + 1);
     int at = static_cast<int>(m_pAddresses[pos]);
     int moved = static_cast<int>(m_pAddresses[m_nRecordCount]) - at;
@@ -229,10 +249,13 @@ void CBinFile::Modify(int index, CBaseMemFile* source) {
 }
 
 int CBinFile::Find(int after, const unsigned char* data, int length) {
-    if (length <= 0 || !data) return -1;
+    int count = GetRecordCount();
+    // No record is longer than the data: a longer text needs no buffer to be missed.
+    if (length <= 0 || !data || after >= count || count == 0 ||
+        static_cast<DWORD>(length) > m_pAddresses[count])
+        return -1;
     // Reading length + 1 bytes tells a longer record from an equal one.
     dorvik::Block<> scratch = dorvik::GrabOrThrow(static_cast<std::size_t>(length) + 1);
-    int count = GetRecordCount();
     for (int i = after < -1 ? 0 : after + 1; i < count; ++i) {
         unsigned char* buffer = scratch.get();
         int got = length + 1;
@@ -263,3 +286,5 @@ int CBinFile::DeleteEmpty() {
     }
     return deleted;
 }
+
+}  // namespace dorvik::classic

@@ -5,6 +5,7 @@
 
 #include "dorvik/MemTwin.h"
 
+namespace dorvik::classic {
 template <class M, class F>
 CMemTwinBase<M, F>::~CMemTwinBase() = default;
 
@@ -102,3 +103,5 @@ BYTE* CMemTwin<F>::Detach() {
     this->FreeAddresses();
     return CBaseMemFile::Detach();
 }
+
+}  // namespace dorvik::classic

@@ -6,17 +6,21 @@
 
 namespace dorvik {
 
+bool TableFromLastWord(DWORD lastWord, DWORD size, TableLocation& table) {
+    // Sizes stay below 2 GiB, so a word with the top bit set fails here too.
+    if (size < 4 || lastWord > size - 4) return false;
+    table.offset = lastWord;
+    table.count = (size - lastWord) / 4 - 1;
+    table.inStep = (size - lastWord) % 4 == 0;
+    return true;
+}
+
 bool LocateTable(CFile& file, DWORD start, DWORD size, TableLocation& table) {
     if (size < 4) throw CFileException(CFileException::badSeek, EINVAL, file.GetFilePath());
     unsigned char last[4] = {0, 0, 0, 0};
     file.Seek(static_cast<LONG>(start + size - 4), CFile::begin);
     file.Read(last, 4);
-    DWORD offset = DecodeFixed32(last);
-    // Sizes stay below 2 GiB, so a word with the top bit set fails here too.
-    if (offset > size - 4) return false;
-    table.offset = offset;
-    table.count = (size - offset) / 4 - 1;
-    return true;
+    return TableFromLastWord(DecodeFixed32(last), size, table);
 }
 
 DWORD ReadTableEntries(CFile& file, DWORD at, DWORD* entries, DWORD count) {
@@ -25,6 +29,11 @@ DWORD ReadTableEntries(CFile& file, DWORD at, DWORD* entries, DWORD count) {
     DWORD got = file.Read(entries, count * 4) / 4;
     FixedToHost32(entries, got);
     return got;
+}
+
+void RequireRecordFileRoom(const CFile& file, std::int64_t dataBytes, std::int64_t records) {
+    if (dataBytes < 0 || records < 0 || dataBytes + 4 * (records + 1) > kMaxFileLength)
+        throw CFileException(CFileException::diskFull, EFBIG, file.GetFilePath());
 }
 
 void WriteTableEntries(CFile& file, const DWORD* entries, DWORD count) {

@@ -19,18 +19,42 @@
 #include "frame/Block.h"
 #include "frame/Coding.h"
 #include "index/IXRecords.h"
+#include "text/Diacritization.h"
 
-const char DiacritizeDelimiters[37] = {' ', '\t', '!', '@',    '#', '%', '^',    '&',    '-',  '=',
-                                       '(', ')',  '[', ']',    '{', '}', '\xA1', '\xBA', ';',  ':',
-                                       '"', ',',  '.', '<',    '>', '/', '`',    '\'',   '\r', '\n',
-                                       '|', '$',  '?', '\xBF', '+', '*', '\0'};
+const char dorvik::classic::DiacritizeDelimiters[37] = {
+    ' ', '\t', '!',  '@',    '#',    '%', '^', '&',    '-', '=', '(', ')', '[',
+    ']', '{',  '}',  '\xA1', '\xBA', ';', ':', '"',    ',', '.', '<', '>', '/',
+    '`', '\'', '\r', '\n',   '|',    '$', '?', '\xBF', '+', '*', '\0'};
 
 namespace {
+// The record of the highest frequency among those offered; the lowest record wins a tie.
+class BestForm {
+public:
+    void Offer(int record, int frequency) {
+        if (frequency > m_frequency) {  // greater, not equal: the lowest record wins a tie
+            m_frequency = frequency;
+            m_record = record;
+        }
+    }
+    // Replaces `word` by the chosen form without its trailing marks; false when no
+    // record had a frequency of 0 or more.
+    bool Take(CString& word, CTextBinFile& dictionary) const {
+        if (m_record < 0) return false;
+        dictionary.GetString(m_record, word, true);
+        word.TrimRight(DiacriticMarks);
+        return true;
+    }
+
+private:
+    int m_frequency = -1;
+    int m_record = -1;
+};
+
 // The chosen form of `word` among the records of `hits`, by `frequency(i)`; false when
 // no record has a frequency of 0 or more.
 template <class Frequency>
 bool Choose(CString& word, CTextBinFile& dictionary, const CBitArray& hits, Frequency frequency) {
-    int best = -1, chosen = -1;
+    BestForm best;
     const unsigned char* bytes = hits.GetBuffer();
     int length = hits.GetLength();
     for (int i = 0; i < length; i += 8) {
@@ -43,17 +67,10 @@ bool Choose(CString& word, CTextBinFile& dictionary, const CBitArray& hits, Freq
         }
         for (; hitBits; hitBits &= hitBits - 1) {
             int record = i * 8 + std::countr_zero(hitBits);
-            int f = frequency(record);
-            if (f > best) {  // greater, not equal: the lowest record wins a tie
-                best = f;
-                chosen = record;
-            }
+            best.Offer(record, frequency(record));
         }
     }
-    if (chosen < 0) return false;
-    dictionary.GetString(chosen, word, true);
-    word.TrimRight(DiacriticMarks);
-    return true;
+    return best.Take(word, dictionary);
 }
 
 template <class Frequency>
@@ -64,8 +81,23 @@ bool Lookup(CString& word, CTextBinFile& dictionary, CNDimBitsBinFile& index, Fr
     return Choose(word, dictionary, hits, frequency);
 }
 
-// The wildcard index held in memory for one call, each cell expanded once into 64-bit
-// words, with the number of its words.
+// The frequency file read whole: entry i, or -1 beyond its end (the init value).
+std::vector<int> LoadFrequencies(const char* path) {
+    CIXFile file(path, CFile::shareDenyNone, 4);
+    return dorvik::ReadIXRecords(file);
+}
+
+// The look-up for one word on open files, as the plain algorithm does it.
+bool DiacritizeToken(CString& word, CTextBinFile* dictionary, CNDimBitsBinFile* index,
+                     CIXFile* frequencies) {
+    return Lookup(word, *dictionary, *index,
+                  [frequencies](int i) { return frequencies->GetRecord(i); });
+}
+}  // namespace
+
+namespace dorvik {
+// The wildcard index held in memory, each cell expanded once into 64-bit words, with
+// the number of its words.
 class CellCache {
 public:
     struct Cell {
@@ -108,13 +140,15 @@ private:
     CMemNDimBitsBinFile m_index;
     std::unordered_map<std::uint64_t, Cell> m_cells;
 };
+}  // namespace dorvik
 
+namespace {
 // The records that the wildcard search gives for `word` (which holds no wildcard) in
 // rising order, found on the cached cells: the two with the fewest words are ANDed a
 // word at a time, and each record left is tested in the others. The same cells as the
 // search takes: one per letter and mark at its level, and the letter count.
-std::vector<int> Hits(const CString& word, CellCache& cells) {
-    std::vector<const CellCache::Cell*> needed;
+std::vector<int> Hits(const CString& word, dorvik::CellCache& cells) {
+    std::vector<const dorvik::CellCache::Cell*> needed;
     int p = 0, r = 0;
     for (const unsigned char* q = reinterpret_cast<const unsigned char*>(word.str().c_str()); *q;
          ++q) {
@@ -155,19 +189,6 @@ std::vector<int> Hits(const CString& word, CellCache& cells) {
     }
     return hits;
 }
-
-// The frequency file read whole: entry i, or -1 beyond its end (the init value).
-std::vector<int> LoadFrequencies(const char* path) {
-    CIXFile file(path, CFile::shareDenyNone, 4);
-    return dorvik::ReadIXRecords(file);
-}
-
-// The look-up for one word on open files, as the plain algorithm does it.
-bool DiacritizeToken(CString& word, CTextBinFile* dictionary, CNDimBitsBinFile* index,
-                     CIXFile* frequencies) {
-    return Lookup(word, *dictionary, *index,
-                  [frequencies](int i) { return frequencies->GetRecord(i); });
-}
 }  // namespace
 
 bool DiacritizeWord(CString& word, const char* dictionaryPath, const char* indexPath,
@@ -180,44 +201,64 @@ bool DiacritizeWord(CString& word, const char* dictionaryPath, const char* index
 
 void DiacritizeBuffer(char* buffer, CString& result, const char* dictionaryPath,
                       const char* indexPath, const char* frequencyPath) {
-    CTextBinFile dictionary(dictionaryPath, CFile::shareDenyNone);
+    dorvik::Diacritization files(dictionaryPath, indexPath, frequencyPath);
+    if (!buffer) return;
+    std::string text;
+    files.Buffer(buffer, text);
+    result += text.c_str();
+}
+
+namespace dorvik {
+
+Diacritization::Diacritization(const char* dictionaryPath, const char* indexPath,
+                               const char* frequencyPath)
+    : m_dictionary(dictionaryPath, CFile::shareDenyNone) {
     CFileStatus status;
     if (!CFile::GetStatus(indexPath, status))
         throw CFileException(CFileException::fileNotFound, 2, indexPath);
-    CellCache index(indexPath);
-    std::vector<int> frequencies = LoadFrequencies(frequencyPath);
-    auto frequency = [&frequencies](int i) {
-        return (i >= 0 && static_cast<std::size_t>(i) < frequencies.size())
-                   ? frequencies[static_cast<std::size_t>(i)]
-                   : -1;
-    };
-    std::unordered_map<std::string, std::string> seen;
+    m_index = std::make_unique<CellCache>(indexPath);
+    m_frequencies = LoadFrequencies(frequencyPath);
+}
+
+Diacritization::~Diacritization() = default;
+
+int Diacritization::Frequency(int form) const {
+    return (form >= 0 && static_cast<std::size_t>(form) < m_frequencies.size())
+               ? m_frequencies[static_cast<std::size_t>(form)]
+               : -1;
+}
+
+bool Diacritization::Word(CString& word) {
+    BestForm best;
+    for (int record : Hits(word, *m_index)) best.Offer(record, Frequency(record));
+    return best.Take(word, m_dictionary);
+}
+
+void Diacritization::Buffer(char* buffer, std::string& result) {
     CStringToken token;
     token.m_bDelimiters = true;
-    if (!buffer) return;
     for (char* t = token.GetFirst(buffer, DiacritizeDelimiters); t;
          t = token.GetNext(DiacritizeDelimiters)) {
         if (CStringToken::IsDelimiter(*t, DiacritizeDelimiters)) {
             result += t;
             continue;
         }
-        auto at = seen.find(t);
-        if (at == seen.end()) {
+        auto at = m_seen.find(t);
+        if (at == m_seen.end()) {
+            if (m_seen.size() >= kSeenWords) m_seen.clear();
             CString word(t);
-            int best = -1, chosen = -1;
-            for (int record : Hits(word, index)) {
-                int f = frequency(record);
-                if (f > best) {  // greater, not equal: the lowest record wins a tie
-                    best = f;
-                    chosen = record;
-                }
-            }
-            if (chosen >= 0) {
-                dictionary.GetString(chosen, word, true);
-                word.TrimRight(DiacriticMarks);
-            }
-            at = seen.emplace(t, word.str()).first;
+            Word(word);
+            at = m_seen.emplace(t, word.str()).first;
         }
-        result += at->second.c_str();
+        result += at->second;
     }
 }
+
+int Diacritization::FormCount() { return m_dictionary.CBinFile::GetRecordCount(); }
+
+int Diacritization::LongestForm() {
+    if (m_longest < 0) m_longest = m_dictionary.GetMaxRecordLength();
+    return m_longest;
+}
+
+}  // namespace dorvik

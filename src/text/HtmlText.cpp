@@ -6,6 +6,7 @@
 #include "dorvik/File.h"
 #include "frame/Block.h"
 
+namespace dorvik::classic {
 namespace {
 
 char* Duplicate(const char* block, std::size_t size) {
@@ -79,3 +80,5 @@ char* CHtmlText::GetNext() {
     }
     return nullptr;
 }
+
+}  // namespace dorvik::classic

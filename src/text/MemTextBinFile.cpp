@@ -2,6 +2,7 @@
 
 #include "recordfile/MemTwin.h"
 
+namespace dorvik::classic {
 template class CMemTwinBase<CBaseMemFile, CTextBinFile>;
 template class CMemTwin<CTextBinFile>;
 
@@ -25,3 +26,5 @@ BYTE* CMemTextBinFile::Detach() {
     CTextBinFile::Close();
     return CMemTwin::Detach();
 }
+
+}  // namespace dorvik::classic

@@ -5,6 +5,7 @@
 
 #include "dorvik/Exceptions.h"
 
+namespace dorvik::classic {
 namespace {
 
 const char* OrEmpty(const char* delimiters) { return delimiters ? delimiters : ""; }
@@ -165,3 +166,5 @@ char* CStringToken::Find(const char* text, const char* textDelimiters, const cha
     }
     return const_cast<char*>(hit);
 }
+
+}  // namespace dorvik::classic

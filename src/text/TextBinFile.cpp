@@ -14,6 +14,7 @@
 #include "index/IXRecords.h"
 #include "recordfile/RecordTable.h"
 
+namespace dorvik::classic {
 using dorvik::Block;
 using dorvik::GrabOrThrow;
 
@@ -510,3 +511,5 @@ void CTextBinFile::UpdateFile() {
     Flush();
     LoadAddresses();
 }
+
+}  // namespace dorvik::classic

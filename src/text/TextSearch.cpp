@@ -5,6 +5,7 @@
 
 #include "dorvik/TextBinFile.h"
 
+namespace dorvik::classic {
 namespace {
 constexpr int kStop = -2;  // the accept callback ended the search
 
@@ -200,3 +201,5 @@ int CTextBinFile::Find(int start, const char* text, const char* ignore, bool bac
     }
     return found < 0 ? -1 : found;
 }
+
+}  // namespace dorvik::classic

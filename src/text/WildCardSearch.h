@@ -5,7 +5,7 @@
 #include "dorvik/NDimBitsBinFile.h"
 #include "dorvik/TextBinFile.h"
 
-namespace dorvik {
+namespace dorvik::classic {
 
 // CTextBinFile::FindTokenForWildCards on `text`. With `plain` the cells are read
 // expanded and ANDed one by one into the word set, each no further than the set so far;
@@ -15,4 +15,4 @@ int FindWildCards(CTextBinFile& text, CNDimBitsBinFile* index, const char* patte
                   const char* marks, bool ignoreCase, int startLevel, CBitArray& result,
                   bool plain);
 
-}  // namespace dorvik
+}  // namespace dorvik::classic

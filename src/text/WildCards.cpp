@@ -9,14 +9,15 @@
 #include <cstring>
 #include <vector>
 
+#include "bits/CompressedForm.h"
 #include "dorvik/BitArray.h"
 #include "dorvik/Collections.h"
 #include "dorvik/NDimBitsBinFile.h"
 #include "dorvik/TextBinFile.h"
-#include "bits/CompressedForm.h"
 #include "frame/Block.h"
 #include "text/WildCardSearch.h"
 
+namespace dorvik::classic {
 const char DiacriticMarks[9] = {'\xF3', '\xF0', '\xF5', '\xF1', '\xF6',
                                 '\xF2', '\xF8', '\xFA', '\0'};
 
@@ -157,11 +158,8 @@ int CTextBinFile::Find(const char* path, const char* pattern, Operation op, cons
 int CTextBinFile::FindTokenForWildCards(CNDimBitsBinFile* index, const char* pattern, Operation op,
                                         const char* marks, bool ignoreCase, int startLevel,
                                         CBitArray& result) {
-    return dorvik::FindWildCards(*this, index, pattern, op, marks, ignoreCase, startLevel, result,
-                                 false);
+    return FindWildCards(*this, index, pattern, op, marks, ignoreCase, startLevel, result, false);
 }
-
-namespace dorvik {
 
 int FindWildCards(CTextBinFile& text, CNDimBitsBinFile* index, const char* pattern, Operation op,
                   const char* marks, bool ignoreCase, int startLevel, CBitArray& result,
@@ -279,4 +277,4 @@ int FindWildCards(CTextBinFile& text, CNDimBitsBinFile* index, const char* patte
     return result.IsEmpty() ? -1 : 1;
 }
 
-}  // namespace dorvik
+}  // namespace dorvik::classic

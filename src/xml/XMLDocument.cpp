@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+namespace dorvik::classic {
 namespace {
 // The white space of CString::TrimLeft and TrimRight.
 bool IsWhite(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
@@ -195,3 +196,5 @@ bool CXMLDocument::ParseForNodes(CXMLNode* parent, char*& position) {
     // The text has ended: only the first frame, with nothing open, ends well.
     return finish(stack.size() == 1 && !stack.back().open);
 }
+
+}  // namespace dorvik::classic

@@ -7,6 +7,7 @@
 #include <memory>
 #include <vector>
 
+namespace dorvik::classic {
 namespace {
 // The hint is a 30-bit field; larger indexes are simply not remembered.
 constexpr int kHintLimit = 1 << 30;
@@ -257,3 +258,5 @@ int CXMLNode::GetNodeLevel(const CXMLNode* node) const {
     for (const CXMLNode* n = node->m_pParent; n; n = n->m_pParent) ++level;
     return level;
 }
+
+}  // namespace dorvik::classic

@@ -4,6 +4,7 @@
 
 #include "dorvik/XMLNode.h"
 
+namespace dorvik::classic {
 namespace {
 // True when the backward walk from `node` wraps: `node` is the first child of an
 // element at the top level, and GetPrev goes on with the last node under that element.
@@ -110,3 +111,5 @@ CXMLNode* CXMLNode::Select(const char* name) {
     CXMLNode* child = Find(name, false, true, false);
     return child ? child : AddNode(name);
 }
+
+}  // namespace dorvik::classic

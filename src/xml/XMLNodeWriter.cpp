@@ -5,6 +5,7 @@
 
 #include "dorvik/XMLNode.h"
 
+namespace dorvik::classic {
 namespace {
 // A CString is measured in int; no text may reach that size.
 constexpr std::size_t kTextLimit = INT_MAX;
@@ -99,3 +100,5 @@ void CXMLNode::XMLString(CFile* file, int level) const {
     std::string piece;
     Print(*this, level, piece, file);
 }
+
+}  // namespace dorvik::classic

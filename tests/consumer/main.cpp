@@ -1,5 +1,7 @@
-// Links against the installed library as a user would, touching each class family.
+// Links against the installed library as a user would, touching each class family of
+// the classic face and the types of the modern one, in the same program.
 #include <Dorvik01.h>
+#include <dorvik/dorvik.hpp>
 
 #include <cstdio>
 #include <string>
@@ -39,6 +41,19 @@ int main(int argc, char** argv) {
         DiacritizeBuffer(buffer, text, words.c_str(), index.c_str(), counts.c_str());
         ok = ok && text == "\xC8\xF3\xC7, x";
     } catch (const CException& e) {
+        std::printf("consumer: %s\n", e.what());
+        ok = false;
+    }
+    try {
+        // The same record file and the same diacritization, in UTF-8.
+        dorvik::RecordFile file(records, {.read_only = true});
+        ok = ok && file.size() == 1 && file.read_string(0) == "ok";
+        dorvik::Diacritizer::Builder builder(dir + "/forms");
+        builder.add("\xD8\xA8\xD9\x8E\xD8\xA7");  // ba, fatha, alef
+        builder.finish();
+        dorvik::Diacritizer diacritizer(dir + "/forms");
+        ok = ok && diacritizer.diacritize("\xD8\xA8\xD8\xA7, x") == "\xD8\xA8\xD9\x8E\xD8\xA7, x";
+    } catch (const dorvik::Error& e) {
         std::printf("consumer: %s\n", e.what());
         ok = false;
     }

@@ -1,0 +1,285 @@
+#include <system_error>
+
+#include "cxx/Boundary.h"
+#include "dorvik/IXFile.h"
+#include "dorvik/MemNDimBinFile.h"
+#include "dorvik/NDimBitsBinFile.h"
+#include "dorvik/TextBinFile.h"
+
+namespace dorvik {
+
+using cxx::Guard;
+
+struct Dictionary::Impl {
+    std::filesystem::path path, sortPath, wildPath;
+    bool readOnly = false;
+    bool bulk = false;
+    bool inTree = false;   // bulk words are gathering in the sort tree
+    bool changed = false;  // the wildcard index on disk is missing or stale: write it
+    CIXFile view{4};       // the sorted view; declared first so that it outlives `text`
+    CTextBinFile text;
+    std::unique_ptr<CNDimBitsBinFile> wild;  // the open wildcard index, once current
+
+    void Open(OpenOptions options);
+    void MarkChanged();
+    void Settle();
+    void WriteWildcards();
+    void Flush();
+    CNDimBitsBinFile& Wildcards();
+    std::optional<std::size_t> FindRecord(const std::string& word);
+    std::pair<std::size_t, bool> Add(const std::string& word);
+};
+
+void Dictionary::Impl::Open(OpenOptions options) {
+    std::filesystem::path extension = path.extension();
+    if (extension == ".sort" || extension == ".wild" || extension == ".freq")
+        throw cxx::MakeError(ErrorCode::invalid_argument,
+                             "the extension belongs to a companion file", path);
+    sortPath = std::filesystem::path(path).replace_extension(".sort");
+    wildPath = std::filesystem::path(path).replace_extension(".wild");
+    readOnly = options.read_only;
+    bulk = options.bulk;
+
+    OpenOptions textOptions = options;
+    textOptions.bulk = false;  // bulk here means the sort tree, not a table held back
+    cxx::OpenRecordFile(text, path, textOptions);
+
+    Guard(sortPath, [&] {
+        unsigned flags = readOnly
+                             ? CFile::modeRead | CFile::shareDenyNone
+                             : CFile::modeReadWrite | CFile::shareDenyNone | CFile::modeCreate |
+                                   (options.truncate ? 0u : unsigned{CFile::modeNoTruncate});
+        CFileException error;
+        if (!view.Open(sortPath.c_str(), flags, &error)) {
+            if (readOnly && error.m_cause == CFileException::fileNotFound)
+                throw cxx::MakeError(ErrorCode::invalid_file,
+                                     "no sorted view (open the dictionary writable once)",
+                                     sortPath);
+            throw error;
+        }
+        text.SetIndexFile(&view);
+        bool stale = view.GetRecordCount() != text.CBinFile::GetRecordCount();
+        if (stale && readOnly)
+            throw cxx::MakeError(ErrorCode::invalid_file,
+                                 "the sorted view does not match the words (open the "
+                                 "dictionary writable once)",
+                                 sortPath);
+        if (readOnly) return;
+        if (options.truncate || stale || !std::filesystem::exists(wildPath)) MarkChanged();
+        if (stale) text.Sort(true, false, nullptr, nullptr);
+    });
+}
+
+// The first change deletes the wildcard index, so that no stale index stays on disk.
+void Dictionary::Impl::MarkChanged() {
+    if (changed) return;
+    wild.reset();
+    std::filesystem::remove(wildPath);
+    changed = true;
+}
+
+void Dictionary::Impl::Settle() {
+    if (!inTree) return;
+    text.FreeSortTree(true, nullptr);
+    inTree = false;
+}
+
+void Dictionary::Impl::WriteWildcards() {
+    if (readOnly || !changed) return;
+    wild.reset();
+    text.IndexForWildCards(wildPath.c_str(), DiacriticMarks, nullptr);
+    changed = false;
+}
+
+void Dictionary::Impl::Flush() {
+    Settle();
+    WriteWildcards();
+    if (!readOnly) {
+        text.Flush();
+        view.Flush();
+    }
+}
+
+CNDimBitsBinFile& Dictionary::Impl::Wildcards() {
+    if (wild) return *wild;
+    WriteWildcards();
+    if (std::filesystem::exists(wildPath)) {
+        auto file = std::make_unique<CNDimBitsBinFile>();
+        OpenOptions readOnlyOptions;
+        readOnlyOptions.read_only = true;
+        cxx::OpenRecordFile(*file, wildPath, readOnlyOptions);
+        wild = std::move(file);
+    } else {
+        // Read-only without an index: one in memory, for as long as this object lives.
+        auto image = std::make_unique<CMemNDimBitsBinFile>(1u << 20);
+        text.IndexForWildCards(image.get(), DiacriticMarks, nullptr);
+        wild = std::move(image);
+    }
+    return *wild;
+}
+
+std::optional<std::size_t> Dictionary::Impl::FindRecord(const std::string& word) {
+    Settle();
+    int serial =
+        text.Find(-1, word.c_str(), nullptr, false, false, true, false, true, true, nullptr);
+    int record = serial < 0 ? -1 : text.GetSerialRecord(serial);
+    if (record < 0) return std::nullopt;
+    return static_cast<std::size_t>(record);
+}
+
+std::pair<std::size_t, bool> Dictionary::Impl::Add(const std::string& word) {
+    int record = -1;
+    int length = static_cast<int>(word.size());
+    if (bulk) {
+        MarkChanged();
+        if (!inTree) {
+            text.InitSortTree(true, true, nullptr, nullptr);
+            inTree = true;
+        }
+        bool added = text.Add(word.c_str(), length, record, true, false);
+        return {static_cast<std::size_t>(record), added};
+    }
+    // A look first, so that adding a word that is there changes nothing on disk.
+    if (std::optional<std::size_t> there = FindRecord(word)) return {*there, false};
+    MarkChanged();
+    bool added = text.Add(word.c_str(), length, record, true, false);
+    return {static_cast<std::size_t>(record), added};
+}
+
+Dictionary::Dictionary() noexcept = default;
+
+Dictionary::Dictionary(const std::filesystem::path& path, OpenOptions options)
+    : impl_(std::make_unique<Impl>()) {
+    impl_->path = path;
+    impl_->Open(options);
+}
+
+Dictionary::Dictionary(Dictionary&& other) noexcept = default;
+
+Dictionary& Dictionary::operator=(Dictionary&& other) noexcept {
+    if (this != &other) {
+        Dictionary old(std::move(*this));
+        impl_ = std::move(other.impl_);
+    }
+    return *this;
+}
+
+Dictionary::~Dictionary() {
+    if (!impl_) return;
+    try {
+        impl_->Settle();
+        impl_->WriteWildcards();
+    } catch (...) {
+        // A destructor cannot report; close() is the way to see this error.
+    }
+}
+
+void Dictionary::close() {
+    if (!impl_) return;
+    std::unique_ptr<Impl> impl = std::move(impl_);
+    Guard(impl->path, [&] {
+        impl->Settle();
+        impl->WriteWildcards();
+        impl->text.Close();
+        impl->view.Close();
+    });
+}
+
+void Dictionary::flush() {
+    cxx::RequireOpen(is_open(), {});
+    Guard(impl_->path, [&] { impl_->Flush(); });
+}
+
+bool Dictionary::is_open() const noexcept { return impl_ != nullptr; }
+
+const std::filesystem::path& Dictionary::path() const noexcept { return cxx::PathOf(impl_); }
+
+std::size_t Dictionary::size() const {
+    cxx::RequireOpen(is_open(), {});
+    return Guard(impl_->path,
+                 [&] { return static_cast<std::size_t>(impl_->text.GetRecordCount()); });
+}
+
+std::pair<std::size_t, bool> Dictionary::add(std::string_view word) {
+    cxx::RequireOpen(is_open(), {});
+    cxx::RequireWritable(impl_->readOnly, impl_->path);
+    std::string bytes = cxx::EncodeWord(word, "word");
+    cxx::ToInt(bytes.size(), "word length");
+    return Guard(impl_->path, [&] { return impl_->Add(bytes); });
+}
+
+std::optional<std::size_t> Dictionary::find(std::string_view word) {
+    cxx::RequireOpen(is_open(), {});
+    if (word.empty() || word.find('\0') != std::string_view::npos) return std::nullopt;
+    std::optional<std::string> bytes = cxx::Encode(word, false);
+    if (!bytes) return std::nullopt;  // a character without a byte: no word of the dictionary
+    return Guard(impl_->path, [&] { return impl_->FindRecord(*bytes); });
+}
+
+std::string Dictionary::word(std::size_t id) {
+    std::size_t count = size();
+    if (id >= count)
+        throw cxx::MakeError(ErrorCode::out_of_range,
+                             "word " + std::to_string(id) + " of " + std::to_string(count),
+                             impl_->path);
+    return Guard(impl_->path, [&] {
+        CString text;
+        impl_->text.GetString(static_cast<int>(id), text, false);
+        return from_cp1256(text.str());
+    });
+}
+
+BitSet Dictionary::match_ids(std::string_view pattern) {
+    cxx::RequireOpen(is_open(), {});
+    if (pattern.empty()) return BitSet();
+    std::string bytes = cxx::EncodeWord(pattern, "pattern");
+    return Guard(impl_->path, [&] {
+        impl_->Settle();
+        CBitArray result;
+        impl_->text.Find(&impl_->Wildcards(), bytes.c_str(), opEqual, DiacriticMarks, false,
+                         result);
+        auto set = std::make_unique<BitSet::Impl>();
+        set->bits = std::move(result);
+        return BitSet(std::move(set));
+    });
+}
+
+std::vector<std::string> Dictionary::match(std::string_view pattern) {
+    BitSet ids = match_ids(pattern);
+    std::vector<std::string> words;
+    words.reserve(ids.count());
+    for (std::uint32_t id : ids) words.push_back(word(id));
+    return words;
+}
+
+Dictionary::iterator Dictionary::begin() {
+    cxx::RequireOpen(is_open(), {});
+    Guard(impl_->path, [&] { impl_->Settle(); });
+    return iterator(this, size());
+}
+
+Dictionary::iterator::iterator(Dictionary* dictionary, std::size_t end)
+    : dictionary_(dictionary), position_(0), end_(end) {
+    load();
+}
+
+Dictionary::iterator& Dictionary::iterator::operator++() {
+    ++position_;
+    load();
+    return *this;
+}
+
+void Dictionary::iterator::load() {
+    if (position_ >= end_) return;
+    cxx::RequireOpen(dictionary_->is_open(), {});
+    Impl& impl = *dictionary_->impl_;
+    Guard(impl.path, [&] {
+        CString text;
+        int serial = static_cast<int>(position_);
+        impl.text.GetString(serial, text, true);
+        word_ = from_cp1256(text.str());
+        id_ = static_cast<std::size_t>(impl.text.GetSerialRecord(serial));
+    });
+}
+
+}  // namespace dorvik
