@@ -2,6 +2,7 @@
 #pragma once
 
 #include <roaring/roaring.h>
+#include <sqlite3.h>
 #include <sys/resource.h>
 
 #include <cstddef>
@@ -61,6 +62,31 @@ inline std::vector<unsigned char> RandomBitmap(std::size_t bytes, double density
     for (long bit = gap(random); bit < bits; bit += 1 + gap(random))
         out[static_cast<std::size_t>(bit >> 3)] |= static_cast<unsigned char>(1u << (bit & 7));
     return out;
+}
+
+// A fresh SQLite database at `path` (no journal, no sync), made by the statements
+// `create`, with `count` rows added in one transaction by the statement `insert`, whose
+// parameters `bind(statement, i)` sets for row i; `after` runs once they are in.
+template <class Bind>
+sqlite3* FillSqlite(const std::string& path, const char* create, const char* insert, int count,
+                    Bind bind, const char* after = "") {
+    std::remove(path.c_str());
+    sqlite3* db = nullptr;
+    sqlite3_open(path.c_str(), &db);
+    sqlite3_exec(db, "PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF;", nullptr, nullptr, nullptr);
+    sqlite3_exec(db, create, nullptr, nullptr, nullptr);
+    sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
+    sqlite3_stmt* statement = nullptr;
+    sqlite3_prepare_v2(db, insert, -1, &statement, nullptr);
+    for (int i = 0; i < count; ++i) {
+        bind(statement, i);
+        sqlite3_step(statement);
+        sqlite3_reset(statement);
+    }
+    sqlite3_finalize(statement);
+    sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
+    sqlite3_exec(db, after, nullptr, nullptr, nullptr);
+    return db;
 }
 
 // The bits of a plain bitmap as a CRoaring bitmap (BitArrayBench.cpp).

@@ -59,24 +59,13 @@ void BuildDorvik(const std::string& path, int count) {
 }
 
 sqlite3* BuildSqlite(const std::string& path, int count) {
-    std::remove(path.c_str());
-    sqlite3* db = nullptr;
-    sqlite3_open(path.c_str(), &db);
-    sqlite3_exec(db, "PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF; CREATE TABLE r(v BLOB);",
-                 nullptr, nullptr, nullptr);
-    sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
-    sqlite3_stmt* insert = nullptr;
-    sqlite3_prepare_v2(db, "INSERT INTO r(v) VALUES(?)", -1, &insert, nullptr);
     const unsigned char* records = Records(count);
-    for (int i = 0; i < count; ++i) {
-        sqlite3_bind_blob(insert, 1, records + static_cast<std::size_t>(i) * kRecordBytes,
-                          kRecordBytes, SQLITE_STATIC);
-        sqlite3_step(insert);
-        sqlite3_reset(insert);
-    }
-    sqlite3_finalize(insert);
-    sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
-    return db;
+    return FillSqlite(path, "CREATE TABLE r(v BLOB);", "INSERT INTO r(v) VALUES(?)", count,
+                      [records](sqlite3_stmt* insert, int i) {
+                          sqlite3_bind_blob(insert, 1,
+                                            records + static_cast<std::size_t>(i) * kRecordBytes,
+                                            kRecordBytes, SQLITE_STATIC);
+                      });
 }
 
 struct Lmdb {

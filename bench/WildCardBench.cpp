@@ -159,21 +159,14 @@ void BM_W5_Glob(benchmark::State& state) {
     static std::unordered_map<int, sqlite3*> built;
     sqlite3*& db = built[thousands];
     if (!db) {
-        std::string path = BenchPath("dict-" + std::to_string(thousands) + "k.sqlite");
-        std::remove(path.c_str());
-        sqlite3_open(path.c_str(), &db);
-        sqlite3_exec(db, "PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF; CREATE TABLE w(t TEXT);",
-                     nullptr, nullptr, nullptr);
-        sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
-        sqlite3_stmt* insert = nullptr;
-        sqlite3_prepare_v2(db, "INSERT INTO w(t) VALUES(?)", -1, &insert, nullptr);
-        for (const auto& w : d.bare) {
-            sqlite3_bind_text(insert, 1, w.c_str(), static_cast<int>(w.size()), SQLITE_STATIC);
-            sqlite3_step(insert);
-            sqlite3_reset(insert);
-        }
-        sqlite3_finalize(insert);
-        sqlite3_exec(db, "COMMIT; CREATE INDEX wt ON w(t);", nullptr, nullptr, nullptr);
+        db = FillSqlite(
+            BenchPath("dict-" + std::to_string(thousands) + "k.sqlite"), "CREATE TABLE w(t TEXT);",
+            "INSERT INTO w(t) VALUES(?)", static_cast<int>(d.bare.size()),
+            [&d](sqlite3_stmt* insert, int i) {
+                const std::string& w = d.bare[static_cast<std::size_t>(i)];
+                sqlite3_bind_text(insert, 1, w.c_str(), static_cast<int>(w.size()), SQLITE_STATIC);
+            },
+            "CREATE INDEX wt ON w(t);");
     }
     sqlite3_stmt* select = nullptr;
     sqlite3_prepare_v2(db, "SELECT rowid FROM w WHERE t GLOB ?", -1, &select, nullptr);

@@ -20,6 +20,7 @@
 #include "frame/Coding.h"
 #include "index/IXRecords.h"
 #include "text/Diacritization.h"
+#include "text/WildCardSearch.h"
 
 const char dorvik::classic::DiacritizeDelimiters[37] = {
     ' ', '\t', '!',  '@',    '#',    '%', '^', '&',    '-', '=', '(', ')', '[',
@@ -149,20 +150,14 @@ namespace {
 // search takes: one per letter and mark at its level, and the letter count.
 std::vector<int> Hits(const CString& word, dorvik::CellCache& cells) {
     std::vector<const dorvik::CellCache::Cell*> needed;
-    int p = 0, r = 0;
+    dorvik::classic::WordLevels levels;
     for (const unsigned char* q = reinterpret_cast<const unsigned char*>(word.str().c_str()); *q;
          ++q) {
         bool mark = std::memchr(DiacriticMarks, *q, 8) != nullptr;
-        int levelKey = mark ? 2 * p + r + 1 : p + 1;
-        if (mark) {
-            ++r;
-        } else {
-            ++p;
-            r = 0;
-        }
-        needed.push_back(cells.Get(levelKey, *q));
+        needed.push_back(cells.Get(levels.Level(mark) + 1, *q));
+        levels.Advance(mark);
     }
-    needed.push_back(cells.Get(0, p));
+    needed.push_back(cells.Get(0, levels.Letters()));
     std::vector<int> hits;
     for (const auto* cell : needed)
         if (!cell) return hits;

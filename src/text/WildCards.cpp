@@ -116,22 +116,17 @@ void CTextBinFile::IndexForWildCards(CBinFile* file, const char* marks,
         if (progress && !progress(i, n)) break;
         GetString(i, text, false);
         if (text.IsEmpty()) continue;
-        int letters = 0, marksSince = 0;
+        WordLevels levels;
         for (const unsigned char* p =
                  reinterpret_cast<const unsigned char*>(static_cast<const char*>(text));
              *p; ++p) {
             bool mark = IsIn(marks, *p);
-            int level = mark ? 2 * letters + marksSince : letters;
+            int level = levels.Level(mark);
             if (level > kMaxLevel) continue;  // too deep: skipped, the counters stay
             cells.Add(level + 1, *p, static_cast<DWORD>(i));
-            if (mark) {
-                ++marksSince;
-            } else {
-                ++letters;
-                marksSince = 0;
-            }
+            levels.Advance(mark);
         }
-        cells.Add(0, letters, static_cast<DWORD>(i));
+        cells.Add(0, levels.Letters(), static_cast<DWORD>(i));
     }
     CBitArrayCollection collection;
     cells.Fill(collection, n);
