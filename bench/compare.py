@@ -121,6 +121,32 @@ def xml_groups(names):
     return [sorted(g, key=lambda n: (0 if "Dorvik" in n else 1, n)) for g in groups.values()]
 
 
+def growth_lines():
+    """Each benchmark run at several sizes: its median per size and the factor per tenfold."""
+    sizes = {}
+    for name in results:
+        m = re.match(r"(W[345]_\w+?)(/\d+)?/(\d+)$", name)
+        if m:
+            sizes.setdefault(m.group(1) + (m.group(2) or ""), {})[int(m.group(3))] = name
+    rows = []
+    for base, by_size in sorted(sizes.items()):
+        if len(by_size) < 3:
+            continue
+        ordered = sorted(by_size)
+        times = [median(results, by_size[n]) for n in ordered]
+        hits = results[by_size[ordered[-1]]][1].get("hits")
+        factors = ["%.1fx" % (b / a) for a, b in zip(times, times[1:])]
+        rows.append("| %s | %s | %s | %s |" % (
+            base, " / ".join("%s: %s" % (n, fmt(t)) for n, t in zip(ordered, times)),
+            " then ".join(factors), "" if hits is None else "%s at the largest" % hits))
+    if not rows:
+        return []
+    return ["", "## Growth", "",
+            "The size is the last argument (W3: tenths of 16 MiB plain; W4: records; W5: "
+            "thousands of forms). Each step is tenfold.", "",
+            "| benchmark | median by size | factor per step | hits |", "|---|---|---|---|"] + rows
+
+
 def report():
     targets.clear()
     load_after = os.getloadavg()
@@ -243,11 +269,17 @@ def write_report(load_after):
     targets[:] = [t for t in targets if t[0].split("-")[0] in chosen]
     for tid, text, ok in targets:
         lines.append("- %s: %s" % ("at target" if ok else ("MISS" if ok is False else "not measured"), text))
+    if args.growth:
+        lines += growth_lines()
     missed = [tid for tid, _, ok in targets if ok is False]
     if missed:
         lines += ["", "## Why the misses", ""]
+        # One section per explanation, headed by the misses it covers.
+        sections = {}
         for tid in missed:
-            lines += ["### %s" % tid, "", explanations.get(tid, "No explanation recorded yet."), ""]
+            sections.setdefault(explanations.get(tid, "No explanation recorded yet."), []).append(tid)
+        for text, tids in sections.items():
+            lines += ["### %s" % ", ".join(tids), "", text, ""]
     with open(args.out, "w") as f:
         f.write("\n".join(lines) + "\n")
 
