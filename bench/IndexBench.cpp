@@ -220,6 +220,11 @@ StoredPair& Pair(int density, int tenths) {
     return at;
 }
 
+// Densities 0.1 % and 50 % (in thousandths), at a tenth of, at and at ten times 16 MiB.
+void DensitiesAndSizes(benchmark::internal::Benchmark* b) {
+    b->ArgsProduct({{1, 500}, {1, 10, 100}})->Unit(benchmark::kMicrosecond)->UseRealTime();
+}
+
 void BM_W3_Dorvik(benchmark::State& state) {
     StoredPair& pair = Pair(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
     CBitsBinFile file(pair.path.c_str(), CFile::modeRead);
@@ -232,10 +237,7 @@ void BM_W3_Dorvik(benchmark::State& state) {
     }
     state.counters["result_bytes"] = hits;
 }
-BENCHMARK(BM_W3_Dorvik)
-    ->Name("W3_And_Dorvik")
-    ->ArgsProduct({{1, 500}, {1, 10, 100}})
-    ->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_W3_Dorvik)->Name("W3_And_Dorvik")->Apply(DensitiesAndSizes);
 
 void BM_W3_ExpandThenAnd(benchmark::State& state) {
     StoredPair& pair = Pair(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
@@ -248,10 +250,7 @@ void BM_W3_ExpandThenAnd(benchmark::State& state) {
         benchmark::DoNotOptimize(a.GetLength());
     }
 }
-BENCHMARK(BM_W3_ExpandThenAnd)
-    ->Name("W3_And_ExpandThenAnd")
-    ->ArgsProduct({{1, 500}, {1, 10, 100}})
-    ->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_W3_ExpandThenAnd)->Name("W3_And_ExpandThenAnd")->Apply(DensitiesAndSizes);
 
 void BM_W3_Roaring(benchmark::State& state) {
     StoredPair& pair = Pair(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
@@ -261,8 +260,5 @@ void BM_W3_Roaring(benchmark::State& state) {
         roaring_bitmap_free(both);
     }
 }
-BENCHMARK(BM_W3_Roaring)
-    ->Name("W3_And_Roaring")
-    ->ArgsProduct({{1, 500}, {1, 10, 100}})
-    ->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_W3_Roaring)->Name("W3_And_Roaring")->Apply(DensitiesAndSizes);
 }  // namespace

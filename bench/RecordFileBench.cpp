@@ -139,29 +139,27 @@ void ReadRandom(benchmark::State& state, File& file, int count) {
     state.SetItemsProcessed(state.iterations());
 }
 
+// The sizes of every read and build: a tenth of, and ten times, the million records.
+void AtThreeSizes(benchmark::internal::Benchmark* b) {
+    b->Arg(100000)->Arg(1000000)->Arg(10000000)->UseRealTime();
+}
+void InMilliseconds(benchmark::internal::Benchmark* b) {
+    AtThreeSizes(b->Unit(benchmark::kMillisecond));
+}
+
 void BM_W4_Read_Dorvik(benchmark::State& state) {
     int count = static_cast<int>(state.range(0));
     CBinFile file(DorvikFile(count).c_str(), CFile::modeRead);
     ReadRandom(state, file, count);
 }
-BENCHMARK(BM_W4_Read_Dorvik)
-    ->Name("W4_Read_Dorvik")
-    ->Arg(100000)
-    ->Arg(1000000)
-    ->Arg(10000000)
-    ->UseRealTime();
+BENCHMARK(BM_W4_Read_Dorvik)->Name("W4_Read_Dorvik")->Apply(AtThreeSizes);
 
 void BM_W4_Read_Twin(benchmark::State& state) {
     int count = static_cast<int>(state.range(0));
     CMemBinFile twin(DorvikFile(count).c_str(), 0);
     ReadRandom(state, twin, count);
 }
-BENCHMARK(BM_W4_Read_Twin)
-    ->Name("W4_Read_Twin")
-    ->Arg(100000)
-    ->Arg(1000000)
-    ->Arg(10000000)
-    ->UseRealTime();
+BENCHMARK(BM_W4_Read_Twin)->Name("W4_Read_Twin")->Apply(AtThreeSizes);
 
 void BM_W4_Read_Lmdb(benchmark::State& state) {
     int count = static_cast<int>(state.range(0));
@@ -179,12 +177,7 @@ void BM_W4_Read_Lmdb(benchmark::State& state) {
     mdb_txn_abort(txn);
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_W4_Read_Lmdb)
-    ->Name("W4_Read_Lmdb")
-    ->Arg(100000)
-    ->Arg(1000000)
-    ->Arg(10000000)
-    ->UseRealTime();
+BENCHMARK(BM_W4_Read_Lmdb)->Name("W4_Read_Lmdb")->Apply(AtThreeSizes);
 
 void BM_W4_Read_Sqlite(benchmark::State& state) {
     int count = static_cast<int>(state.range(0));
@@ -204,12 +197,7 @@ void BM_W4_Read_Sqlite(benchmark::State& state) {
     sqlite3_finalize(select);
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_W4_Read_Sqlite)
-    ->Name("W4_Read_Sqlite")
-    ->Arg(100000)
-    ->Arg(1000000)
-    ->Arg(10000000)
-    ->UseRealTime();
+BENCHMARK(BM_W4_Read_Sqlite)->Name("W4_Read_Sqlite")->Apply(AtThreeSizes);
 
 // The floor of a read from memory: the same records back to back in one block, found
 // through an offset table, copied out.
@@ -231,12 +219,7 @@ void BM_W4_Read_Floor(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_W4_Read_Floor)
-    ->Name("W4_Read_Floor")
-    ->Arg(100000)
-    ->Arg(1000000)
-    ->Arg(10000000)
-    ->UseRealTime();
+BENCHMARK(BM_W4_Read_Floor)->Name("W4_Read_Floor")->Apply(AtThreeSizes);
 
 // ---- Bulk builds ---------------------------------------------------------------------
 
@@ -247,13 +230,7 @@ void BM_W4_Build_Dorvik(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * count);
     std::remove(path.c_str());
 }
-BENCHMARK(BM_W4_Build_Dorvik)
-    ->Name("W4_Build_Dorvik")
-    ->Arg(100000)
-    ->Arg(1000000)
-    ->Arg(10000000)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
+BENCHMARK(BM_W4_Build_Dorvik)->Name("W4_Build_Dorvik")->Apply(InMilliseconds);
 
 void BM_W4_Build_Lmdb(benchmark::State& state) {
     int count = static_cast<int>(state.range(0));
@@ -263,13 +240,7 @@ void BM_W4_Build_Lmdb(benchmark::State& state) {
     std::remove(path.c_str());
     std::remove((path + "-lock").c_str());
 }
-BENCHMARK(BM_W4_Build_Lmdb)
-    ->Name("W4_Build_Lmdb")
-    ->Arg(100000)
-    ->Arg(1000000)
-    ->Arg(10000000)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
+BENCHMARK(BM_W4_Build_Lmdb)->Name("W4_Build_Lmdb")->Apply(InMilliseconds);
 
 void BM_W4_Build_Sqlite(benchmark::State& state) {
     int count = static_cast<int>(state.range(0));
@@ -278,13 +249,7 @@ void BM_W4_Build_Sqlite(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * count);
     std::remove(path.c_str());
 }
-BENCHMARK(BM_W4_Build_Sqlite)
-    ->Name("W4_Build_Sqlite")
-    ->Arg(100000)
-    ->Arg(1000000)
-    ->Arg(10000000)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
+BENCHMARK(BM_W4_Build_Sqlite)->Name("W4_Build_Sqlite")->Apply(InMilliseconds);
 
 // The floor of a build: the same bytes appended to a raw file in 64 KiB writes.
 void BM_RawAppendFloor(benchmark::State& state) {

@@ -131,6 +131,13 @@ std::string PatternOf(int k, int thousands) {
     return kPatterns[k] ? kPatterns[k] : MakeCorpus(thousands * 1000 / 3 + 1).bare[7];
 }
 
+// The five patterns over 100,000, 1M and 10M forms.
+void PatternsAndSizes(benchmark::internal::Benchmark* b) {
+    b->ArgsProduct({{0, 1, 2, 3, 4}, {100, 1000, 10000}})
+        ->Unit(benchmark::kMicrosecond)
+        ->UseRealTime();
+}
+
 void BM_W5_Find(benchmark::State& state) {
     int thousands = static_cast<int>(state.range(1));
     const Dictionary& d = DictionaryOf(thousands);
@@ -146,11 +153,7 @@ void BM_W5_Find(benchmark::State& state) {
     state.counters["hits"] = hits;
     state.SetLabel(kPatternLabels[state.range(0)]);
 }
-BENCHMARK(BM_W5_Find)
-    ->Name("W5_Find_Dorvik")
-    ->ArgsProduct({{0, 1, 2, 3, 4}, {100, 1000, 10000}})
-    ->Unit(benchmark::kMicrosecond)
-    ->UseRealTime();
+BENCHMARK(BM_W5_Find)->Name("W5_Find_Dorvik")->Apply(PatternsAndSizes);
 
 void BM_W5_Glob(benchmark::State& state) {
     int thousands = static_cast<int>(state.range(1));
@@ -182,11 +185,7 @@ void BM_W5_Glob(benchmark::State& state) {
     state.counters["hits"] = static_cast<double>(rows.size());
     state.SetLabel(kPatternLabels[state.range(0)]);
 }
-BENCHMARK(BM_W5_Glob)
-    ->Name("W5_Glob_Sqlite")
-    ->ArgsProduct({{0, 1, 2, 3, 4}, {100, 1000, 10000}})
-    ->Unit(benchmark::kMicrosecond)
-    ->UseRealTime();
+BENCHMARK(BM_W5_Glob)->Name("W5_Glob_Sqlite")->Apply(PatternsAndSizes);
 
 void BM_W5_Scan(benchmark::State& state) {
     int thousands = static_cast<int>(state.range(1));
@@ -200,11 +199,7 @@ void BM_W5_Scan(benchmark::State& state) {
     state.counters["hits"] = hits;
     state.SetLabel(kPatternLabels[state.range(0)]);
 }
-BENCHMARK(BM_W5_Scan)
-    ->Name("W5_Fnmatch_Scan")
-    ->ArgsProduct({{0, 1, 2, 3, 4}, {100, 1000, 10000}})
-    ->Unit(benchmark::kMicrosecond)
-    ->UseRealTime();
+BENCHMARK(BM_W5_Scan)->Name("W5_Fnmatch_Scan")->Apply(PatternsAndSizes);
 
 // ---- Workload 6: DiacritizeBuffer ----------------------------------------------------
 // A 1 MB text over a dictionary of 100,000 forms.
