@@ -6,7 +6,10 @@
 # bench/RESULTS.md: median, min and max of each side, the ratios, and for each target
 # "at target" or "MISS" (with the explanation from bench/misses.md).
 #
-#   bench/compare.sh [--rounds N] [--min-time S] [--no-growth] [--only W3,W5]
+#   bench/compare.sh [--quick] [--rounds N] [--min-time S] [--no-growth] [--only W3,W5]
+#
+# --quick is one short round without the growth runs: a check that everything builds
+# and runs, in a few minutes; its figures are rough.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -19,6 +22,7 @@ while [ $# -gt 0 ]; do
     --rounds) rounds="$2"; shift 2 ;;
     --min-time) min_time="$2"; shift 2 ;;
     --no-growth) growth=0; shift ;;
+    --quick) rounds=1; min_time=0.05; growth=0; shift ;;
     --only) only="$2"; shift 2 ;;
     *) echo "unknown argument: $1" >&2; exit 2 ;;
   esac
@@ -29,8 +33,10 @@ packages=(cmake ninja-build g++ pkg-config python3 libbenchmark-dev libsqlite3-d
 missing=()
 for p in "${packages[@]}"; do dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p"); done
 if [ "${#missing[@]}" -gt 0 ]; then
-  apt-get update
-  apt-get install -y --no-install-recommends "${missing[@]}"
+  as_root=()
+  [ "$(id -u)" -eq 0 ] || as_root=(sudo)
+  "${as_root[@]}" apt-get update
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}"
 fi
 
 cmake -S . -B build-compare -G Ninja -DCMAKE_BUILD_TYPE=Release -DDORVIK_BENCH=ON \
