@@ -14,6 +14,10 @@ parser.add_argument("--min-time", default="0.3")
 parser.add_argument("--growth", type=int, default=1)
 parser.add_argument("--only", default="")
 parser.add_argument("--out", required=True)
+# The RESULT lines of a run are kept in --raw; --replay writes the report from them
+# without measuring again (after a change to the explanations, say).
+parser.add_argument("--raw", default="")
+parser.add_argument("--replay", action="store_true")
 args = parser.parse_args()
 
 M = 1000000
@@ -55,6 +59,14 @@ def run(names):
            "--benchmark_min_time=%s" % args.min_time]
     print("running:", " ".join(names), file=sys.stderr, flush=True)
     out = subprocess.run(cmd, check=True, capture_output=True, text=True).stdout
+    if args.raw:
+        with open(args.raw, "a") as f:
+            f.write(out)
+    return parse(out)
+
+
+def parse(out):
+    """{name: ([ns per round], counters)} from RESULT lines."""
     results = {}
     for line in out.splitlines():
         parts = line.split("\t")
@@ -93,12 +105,29 @@ def load(path):
 
 selected = [w for w in WORKLOADS if not args.only or w[0] in args.only.split(",")]
 results = {}
-load_before = os.getloadavg()
+# What the report says of the run: taken now, or from the raw file on a replay.
+meta = {"load_before": "%.2f" % os.getloadavg()[0],
+        "commit": subprocess.run(["git", "rev-parse", "--short", "HEAD"], capture_output=True,
+                                 text=True).stdout.strip(),
+        "date": datetime.datetime.now().strftime("%Y-%m-%d %H:%M"),
+        "rounds": str(args.rounds), "min_time": args.min_time}
 xml = []
 
 
 def measure_all():
     global xml
+    if args.replay:
+        raw = load(args.raw)
+        results.update(parse(raw))
+        for line in raw.splitlines():
+            if line.startswith("META\t"):
+                meta.update(kv.split("=", 1) for kv in line.split("\t")[1:])
+        xml = [n for n in results if n.startswith("BM_XML")]
+        report()
+        return
+    if args.raw:
+        with open(args.raw, "w") as f:
+            f.write("META\t" + "\t".join("%s=%s" % kv for kv in meta.items()) + "\n")
     for wid, title, groups, growth_groups in selected:
         for group in groups + (growth_groups if args.growth else []):
             results.update(run(group))
@@ -122,8 +151,9 @@ def xml_groups(names):
     return [sorted(g, key=lambda n: (0 if "Dorvik" in n else 1, n)) for g in groups.values()]
 
 
-def growth_lines():
-    """Each benchmark run at several sizes: its median per size and the factor per tenfold."""
+def growth_lines(note):
+    """Each benchmark run at several sizes: its median per size and the factor per tenfold,
+    then `note`, what the growth shows."""
     sizes = {}
     for name in results:
         m = re.match(r"(W[345]_\w+?)(/\d+)?/(\d+)$", name)
@@ -135,23 +165,28 @@ def growth_lines():
             continue
         ordered = sorted(by_size)
         times = [median(results, by_size[n]) for n in ordered]
-        hits = results[by_size[ordered[-1]]][1].get("hits")
+        hits = [results[by_size[n]][1].get("hits") for n in ordered]
         factors = ["%.1fx" % (b / a) for a, b in zip(times, times[1:])]
         rows.append("| %s | %s | %s | %s |" % (
             base, " / ".join("%s: %s" % (n, fmt(t)) for n, t in zip(ordered, times)),
-            " then ".join(factors), "" if hits is None else "%s at the largest" % hits))
+            " then ".join(factors), " / ".join(h for h in hits if h is not None)))
     if not rows:
         return []
     return ["", "## Growth", "",
             "The size is the last argument (W3: tenths of 16 MiB plain; W4: records; W5: "
             "thousands of forms). Each step is tenfold.", "",
-            "| benchmark | median by size | factor per step | hits |", "|---|---|---|---|"] + rows
+            "| benchmark | median by size | factor per step | hits by size |", "|---|---|---|---|"] + rows + \
+           ([""] + note.splitlines() if note else [])
 
 
 def report():
     targets.clear()
-    load_after = os.getloadavg()
-    write_report(load_after)
+    if not args.replay:
+        meta["load_after"] = "%.2f" % os.getloadavg()[0]
+        if args.raw:
+            with open(args.raw, "a") as f:
+                f.write("META\tload_after=%s\n" % meta["load_after"])
+    write_report()
 
 
 targets = []  # (id, text, ok)
@@ -177,7 +212,7 @@ def check(tid, text, value, limit, above=False):
     target(tid, "%s: %.2f (limit %s%g)" % (text, value, ">= " if above else "<= ", limit), ok)
 
 
-def write_report(load_after):
+def write_report():
     for op in ("And", "Or"):
         check("W1-%s-floor" % op, "W1 %s: Dorvik / floor" % op, ratio("W1_%s_Dorvik" % op, "W1_%s_Floor" % op), 1.05)
         check("W1-%s-roaring" % op, "W1 %s: Dorvik / CRoaring" % op, ratio("W1_%s_Dorvik" % op, "W1_%s_Roaring" % op), 1.05)
@@ -233,16 +268,15 @@ def write_report(load_after):
         if line.startswith("model name"):
             cpu = line.split(":", 1)[1].strip()
             break
-    commit = subprocess.run(["git", "rev-parse", "--short", "HEAD"], capture_output=True,
-                            text=True).stdout.strip()
     lines = ["# Dorvik next to its peers", "",
-             "Written by `bench/compare.sh` (%d reported rounds after a warm-up round, "
+             "Written by `bench/compare.sh` (%s reported rounds after a warm-up round, "
              "`--benchmark_min_time=%s`); every figure is wall-clock time per operation, "
              "medians over the rounds, each workload's sides interleaved in one process on "
-             "the same data." % (args.rounds, args.min_time), "",
+             "the same data." % (meta["rounds"], meta["min_time"]), "",
              "- machine: %s, `nproc` %d" % (cpu, os.cpu_count()),
-             "- load average before and after: %.2f and %.2f" % (load_before[0], load_after[0]),
-             "- commit %s, %s" % (commit, datetime.datetime.now().strftime("%Y-%m-%d %H:%M")), ""]
+             "- load average (1 minute) before and after: %s and %s"
+             % (meta["load_before"], meta["load_after"]),
+             "- commit %s, %s" % (meta["commit"], meta["date"]), ""]
     for wid, title, groups, growth_groups in selected:
         lines += ["## %s: %s" % (wid, title), "", "| benchmark | median | min | max | ÷ first of its group |",
                   "|---|---|---|---|---|"]
@@ -271,7 +305,7 @@ def write_report(load_after):
     for tid, text, ok in targets:
         lines.append("- %s: %s" % ("at target" if ok else ("MISS" if ok is False else "not measured"), text))
     if args.growth:
-        lines += growth_lines()
+        lines += growth_lines(explanations.get("growth", ""))
     missed = [tid for tid, _, ok in targets if ok is False]
     if missed:
         lines += ["", "## Why the misses", ""]

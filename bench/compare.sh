@@ -7,9 +7,12 @@
 # "at target" or "MISS" (with the explanation from bench/misses.md).
 #
 #   bench/compare.sh [--quick] [--rounds N] [--min-time S] [--no-growth] [--only W3,W5]
+#   bench/compare.sh --replay
 #
 # --quick is one short round without the growth runs: a check that everything builds
-# and runs, in a few minutes; its figures are rough.
+# and runs, in a few minutes; its figures are rough. The measured lines of the last run
+# are kept in build-compare/compare-raw.txt; --replay writes bench/RESULTS.md from them
+# again without measuring (after a change to bench/misses.md, say).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -17,6 +20,7 @@ rounds=5
 min_time=0.3
 growth=1
 only=""
+replay=()
 while [ $# -gt 0 ]; do
   case "$1" in
     --rounds) rounds="$2"; shift 2 ;;
@@ -24,9 +28,16 @@ while [ $# -gt 0 ]; do
     --no-growth) growth=0; shift ;;
     --quick) rounds=1; min_time=0.05; growth=0; shift ;;
     --only) only="$2"; shift 2 ;;
+    --replay) replay=(--replay); shift ;;
     *) echo "unknown argument: $1" >&2; exit 2 ;;
   esac
 done
+
+raw=build-compare/compare-raw.txt
+if [ "${#replay[@]}" -gt 0 ]; then
+  exec python3 bench/compare.py --binary none --raw "$raw" --replay --rounds "$rounds" \
+    --min-time "$min_time" --growth "$growth" --only "$only" --out bench/RESULTS.md
+fi
 
 packages=(cmake ninja-build g++ pkg-config python3 libbenchmark-dev libsqlite3-dev libroaring-dev
           liblmdb-dev libpugixml-dev libtinyxml2-dev)
@@ -43,5 +54,6 @@ cmake -S . -B build-compare -G Ninja -DCMAKE_BUILD_TYPE=Release -DDORVIK_BENCH=O
   -DDORVIK_TESTS=OFF -DDORVIK_EXAMPLES=OFF >/dev/null
 cmake --build build-compare --target dorvik_bench
 
-exec python3 bench/compare.py --binary build-compare/bench/dorvik_bench --rounds "$rounds" \
-  --min-time "$min_time" --growth "$growth" --only "$only" --out bench/RESULTS.md
+exec python3 bench/compare.py --binary build-compare/bench/dorvik_bench --raw "$raw" \
+  --rounds "$rounds" --min-time "$min_time" --growth "$growth" --only "$only" \
+  --out bench/RESULTS.md
