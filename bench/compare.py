@@ -276,7 +276,11 @@ def write_report():
              "- machine: %s, `nproc` %d" % (cpu, os.cpu_count()),
              "- load average (1 minute) before and after: %s and %s"
              % (meta["load_before"], meta["load_after"]),
-             "- commit %s, %s" % (meta["commit"], meta["date"]), ""]
+             "- commit %s, %s" % (meta["commit"], meta["date"])]
+    if max(float(meta["load_before"]), float(meta.get("load_after", 0))) > (os.cpu_count() or 1):
+        lines.append("- the load was above the number of cores: other jobs shared the machine, so "
+                     "the absolute figures are pessimistic; the ratios come from interleaved runs")
+    lines.append("")
     for wid, title, groups, growth_groups in selected:
         lines += ["## %s: %s" % (wid, title), "", "| benchmark | median | min | max | ÷ first of its group |",
                   "|---|---|---|---|---|"]
