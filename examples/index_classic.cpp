@@ -1,5 +1,6 @@
-// The inverted index of index.cpp on the classic face: the same files, the same
-// answers. Words are taken as bytes, whatever their encoding.
+// The inverted index of index.cpp on the classic face, for a list of files and a query
+// whose words must all be in a file (AND): the same files, the same answers. Words are
+// taken as bytes, whatever their encoding.
 //   dorvik_index_classic INDEX QUERY FILE...
 #include <sys/stat.h>
 

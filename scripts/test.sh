@@ -1,12 +1,12 @@
 #!/bin/sh
 # Builds the library and runs its test suite, installing first what a fresh Debian
-# machine lacks (as root, or through sudo): cmake, ninja, g++ and GoogleTest.
+# machine lacks (as root, or through sudo): cmake, ninja, g++, GoogleTest and CLI11.
 #   scripts/test.sh [BUILD_DIR]        (default: build)
 set -eu
 cd "$(dirname "$0")/.."
 build="${1:-build}"
 
-packages="cmake ninja-build g++ libgtest-dev libgmock-dev"
+packages="cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev"
 missing=""
 for p in $packages; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing="$missing $p"

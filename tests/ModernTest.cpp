@@ -118,6 +118,14 @@ TEST(ModernText, ConvertsUtf8AndRefusesWhatWindows1256CannotHold) {
     for (int b = 0; b < 256; ++b) all += static_cast<char>(b);
     EXPECT_EQ(dorvik::to_cp1256(dorvik::from_cp1256(all)), all);
 
+    // Each length of UTF-8 at both its ends; what UTF-8 cannot carry becomes U+FFFD.
+    std::string encoded;
+    for (char32_t c : {0x7F, 0x80, 0x7FF, 0x800, 0xFFFF, 0x10000, 0x10FFFF, 0xD800, 0x110000})
+        dorvik::append_utf8(encoded, c);
+    EXPECT_EQ(encoded,
+              "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80"
+              "\xF4\x8F\xBF\xBF\xEF\xBF\xBD\xEF\xBF\xBD");
+
     struct Case {
         std::string text, says;
     };

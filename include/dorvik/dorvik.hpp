@@ -37,6 +37,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <initializer_list>
 #include <iterator>
 #include <memory>
@@ -94,6 +95,9 @@ __attribute__((visibility("default"))) std::string to_cp1256(std::string_view ut
 // The UTF-8 text of Windows-1256 bytes; every byte has a character, so this never
 // fails but for memory.
 __attribute__((visibility("default"))) std::string from_cp1256(std::string_view cp1256);
+// Appends the UTF-8 form of the character `c` (1 to 4 bytes) to `out`. A value that
+// UTF-8 cannot carry (a surrogate, or above U+10FFFF) is appended as U+FFFD.
+__attribute__((visibility("default"))) void append_utf8(std::string& out, char32_t c);
 
 // ---- Opening files -----------------------------------------------------------------
 
@@ -524,6 +528,11 @@ private:
 
 // ---- Diacritizer ---------------------------------------------------------------------
 
+// Told how far a long step has come: `stage` names it ("sorting" the words, "indexing"
+// them), `done` of `total` units. Called on the caller's thread, from inside the engine:
+// it may throw to stop the work, which then ends with that exception as if it had failed.
+using Progress = std::function<void(std::string_view stage, std::size_t done, std::size_t total)>;
+
 // The words of UTF-8 text as a Diacritizer cuts it: the runs between word ends (the
 // delimiters of the classic DiacritizeDelimiters, NUL, and every character that
 // Windows-1256 cannot hold), as views into `text`, in order. Throws Error(bad_text) for
@@ -594,6 +603,18 @@ public:
     // A stream over this diacritizer (which it keeps open, also past this object).
     Stream stream() const;
 
+    struct Form {
+        std::string text;    // the marked form, in UTF-8
+        std::size_t id = 0;  // its number in forms.bin
+        std::uint32_t frequency = 0;
+    };
+    // The forms that match `pattern` (Dictionary::match_ids() says how patterns read),
+    // most frequent first and the lowest id first among equals; forms without a
+    // frequency are left out. At most `limit` of them; 0: all. Opens the folder's
+    // dictionary once per call. Throws Error(bad_text) and Error(invalid_argument) for
+    // a pattern as Dictionary::match_ids() does; an empty pattern matches nothing.
+    std::vector<Form> forms(std::string_view pattern, std::size_t limit = 0) const;
+
     // Diacritizes text that comes in pieces, with the same result as diacritize() of
     // the whole. A piece may end inside a word or inside a UTF-8 sequence: feed()
     // holds back the trailing partial word (everything after the last word end) and
@@ -607,7 +628,9 @@ public:
         Stream(Stream&&) noexcept;
         Stream& operator=(Stream&&) noexcept;
         ~Stream();
-        // The diacritized text that `piece` completes; may be empty.
+        // The diacritized text that `piece` completes; may be empty. Invalid UTF-8 throws
+        // Error(bad_text) naming its byte offset from the start of the text (all pieces
+        // since the last finish()).
         std::string feed(std::string_view piece);
         // The rest; the stream is empty afterwards and may take a new text. Throws
         // Error(bad_text) when the text ended inside a UTF-8 sequence.
@@ -638,12 +661,16 @@ public:
         // Dictionary::add does, Error(closed) after finish().
         void add(std::string_view form, std::uint32_t count = 1);
         // Adds each word of a marked text, as split_words() cuts it, with a count of 1:
-        // the way to count the forms of a corpus. Throws as add() and split_words() do;
-        // the words before a failing one stay added.
-        void add_text(std::string_view text);
-        // Writes the four files and moves them into the folder. Throws Error; the
-        // builder is spent either way.
-        void finish();
+        // the way to count the forms of a corpus. Returns the number of words. Throws as
+        // add() and split_words() do; the words before a failing one stay added.
+        std::size_t add_text(std::string_view text);
+        // The number of distinct forms added so far.
+        std::size_t size() const;
+        // Writes the four files and moves them into the folder, telling `progress` (when
+        // given) how the sorting and the indexing go. Throws Error, and what `progress`
+        // throws; the builder is spent either way, and on failure the folder stays as it
+        // was.
+        void finish(const Progress& progress = {});
 
     private:
         struct Impl;
@@ -658,3 +685,6 @@ private:
 };
 
 }  // namespace dorvik
+
+#include "dorvik/corpus.hpp"   // normalising a corpus, stripping and scoring marks
+#include "dorvik/inspect.hpp"  // telling files apart and checking them

@@ -102,6 +102,21 @@ struct Char {
 };
 Char NextChar(std::string_view utf8, std::size_t at);
 
+// The code point of the UTF-8 sequence at `at` and its length (0: invalid; -1: cut short
+// by the end of the text), under the rules NextChar keeps.
+struct Decoded {
+    char32_t value;
+    int length;
+};
+Decoded DecodeUtf8(std::string_view utf8, std::size_t at);
+// The Windows-1256 byte of `c`; -1 when it has none.
+int Cp1256Byte(char32_t c);
+// True when a character of Windows-1256 byte `byte` (-1: none) ends a word for the
+// diacritizer: a delimiter of the classic DiacritizeDelimiters, NUL, or no byte at all.
+bool EndsWord(int byte);
+// True for the byte of one of the eight marks the diacritizer restores.
+bool IsMark(int byte);
+
 // The longest bitmap whose bits all have numbers up to BitSet::max_bit: 2^28 bytes.
 inline constexpr std::int64_t kMaxSetBytes = (std::int64_t{BitSet::max_bit} + 1) / 8;
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cxx/Boundary.h"
+#include "cxx/Progress.h"
 #include "dorvik/Diacritize.h"
 #include "dorvik/IXFile.h"
 #include "dorvik/TextBinFile.h"
@@ -34,15 +35,18 @@ const WordBytes& Classes() {
     return classes;
 }
 
-// True when the character ends a word: a delimiter, NUL, or no Windows-1256 form.
-bool EndsWord(cxx::Char c) {
-    return c.byte <= 0 || Classes().delimiter[static_cast<unsigned char>(c.byte)];
-}
+bool EndsWord(cxx::Char c) { return cxx::EndsWord(c.byte); }
 
 Error InvalidUtf8(std::size_t at) {
     return cxx::MakeError(ErrorCode::bad_text, "invalid UTF-8 at byte " + std::to_string(at));
 }
 }  // namespace
+
+bool cxx::EndsWord(int byte) {
+    return byte <= 0 || Classes().delimiter[static_cast<unsigned char>(byte)];
+}
+
+bool cxx::IsMark(int byte) { return byte > 0 && Classes().mark[static_cast<unsigned char>(byte)]; }
 
 std::vector<std::string_view> split_words(std::string_view text) {
     std::vector<std::string_view> words;
@@ -153,8 +157,9 @@ Diacritizer::Impl& Diacritizer::engine() const {
 
 struct Diacritizer::Stream::Impl {
     std::shared_ptr<Diacritizer::Impl> engine;
-    std::string held;      // UTF-8: the trailing partial word of the pieces so far
-    bool passing = false;  // inside a word longer than any form: it goes on unchanged
+    std::string held;          // UTF-8: the trailing partial word of the pieces so far
+    std::uint64_t offset = 0;  // of `held` (or of the next piece) in the whole text
+    bool passing = false;      // inside a word longer than any form: it goes on unchanged
 
     // Diacritizes `text` up to its last word end and appends the result to `out`;
     // returns the bytes used. With `final` everything is used.
@@ -189,7 +194,7 @@ std::size_t Diacritizer::Stream::Impl::Run(std::string_view text, bool final, st
     };
     while (at < text.size()) {
         cxx::Char c = cxx::NextChar(text, at);
-        if (c.length == 0) throw InvalidUtf8(at);
+        if (c.length == 0) throw InvalidUtf8(offset + at);
         if (c.length < 0) break;  // the piece ends inside a sequence: keep it for the next
         std::size_t next = at + static_cast<std::size_t>(c.length);
         std::string_view raw = text.substr(at, next - at);
@@ -237,7 +242,9 @@ std::size_t Diacritizer::Stream::Impl::Run(std::string_view text, bool final, st
     }
     if (final) {
         if (at < text.size())
-            throw cxx::MakeError(ErrorCode::bad_text, "the text ends inside a UTF-8 sequence");
+            throw cxx::MakeError(
+                ErrorCode::bad_text,
+                "the text ends inside a UTF-8 sequence at byte " + std::to_string(offset + at));
         flush(run.size());
         passing = false;
         return text.size();
@@ -259,6 +266,7 @@ std::string Diacritizer::Stream::feed(std::string_view piece) {
     text.append(piece);
     std::size_t used = impl_->Run(text, false, out);
     impl_->held.assign(text, used);
+    impl_->offset += used;
     return out;
 }
 
@@ -267,7 +275,13 @@ std::string Diacritizer::Stream::finish() {
     std::string out;
     std::string text = std::move(impl_->held);
     impl_->held.clear();
-    impl_->Run(text, true, out);
+    try {
+        impl_->Run(text, true, out);
+    } catch (...) {
+        impl_->offset = 0;
+        throw;
+    }
+    impl_->offset = 0;
     return out;
 }
 
@@ -356,14 +370,22 @@ void Diacritizer::Builder::add(std::string_view form, std::uint32_t count) {
         std::min<std::uint64_t>(std::uint64_t{counts[id]} + count, INT_MAX));
 }
 
-void Diacritizer::Builder::add_text(std::string_view text) {
-    for (std::string_view word : split_words(text)) add(word);
+std::size_t Diacritizer::Builder::add_text(std::string_view text) {
+    std::vector<std::string_view> words = split_words(text);
+    for (std::string_view word : words) add(word);
+    return words.size();
 }
 
-void Diacritizer::Builder::finish() {
+std::size_t Diacritizer::Builder::size() const {
+    cxx::RequireOpen(impl_ != nullptr, {});
+    return impl_->counts.size();
+}
+
+void Diacritizer::Builder::finish(const Progress& progress) {
     cxx::RequireOpen(impl_ != nullptr, {});
     std::unique_ptr<Impl> impl = std::move(impl_);
     try {
+        cxx::ProgressScope scope(progress);
         impl->forms.close();
         std::filesystem::path frequencies = impl->work / Files::frequencies;
         Guard(frequencies, [&] {

@@ -1,6 +1,7 @@
 #include <system_error>
 
 #include "cxx/Boundary.h"
+#include "cxx/Progress.h"
 #include "dorvik/IXFile.h"
 #include "dorvik/MemNDimBinFile.h"
 #include "dorvik/NDimBitsBinFile.h"
@@ -80,14 +81,21 @@ void Dictionary::Impl::MarkChanged() {
 
 void Dictionary::Impl::Settle() {
     if (!inTree) return;
-    text.FreeSortTree(true, nullptr);
+    text.FreeSortTree(true, cxx::ProgressHook(cxx::Stage::sorting));
     inTree = false;
+    cxx::RethrowProgressFailure();
 }
 
 void Dictionary::Impl::WriteWildcards() {
     if (readOnly || !changed) return;
     wild.reset();
-    text.IndexForWildCards(wildPath.c_str(), DiacriticMarks, nullptr);
+    text.IndexForWildCards(wildPath.c_str(), DiacriticMarks,
+                           cxx::ProgressHook(cxx::Stage::indexing));
+    if (cxx::ProgressFailed()) {
+        // Stopped half way: what was written is no index of all the words.
+        std::filesystem::remove(wildPath);
+        cxx::RethrowProgressFailure();
+    }
     changed = false;
 }
 

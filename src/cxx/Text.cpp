@@ -98,6 +98,13 @@ std::string CodePoint(char32_t c) {
 }
 }  // namespace
 
+Decoded DecodeUtf8(std::string_view utf8, std::size_t at) {
+    auto [c, length] = DecodeAt(utf8, at);
+    return {c, length};
+}
+
+int Cp1256Byte(char32_t c) { return Table().Byte(c); }
+
 Char NextChar(std::string_view utf8, std::size_t at) {
     auto [c, length] = DecodeAt(utf8, at);
     return {length, length > 0 ? Table().Byte(c) : -1};
@@ -144,6 +151,25 @@ std::optional<std::string> Encode(std::string_view utf8, bool strict) {
 }  // namespace cxx
 
 std::string to_cp1256(std::string_view utf8) { return *cxx::Encode(utf8, true); }
+
+void append_utf8(std::string& out, char32_t c) {
+    if (c > 0x10FFFF || (c >= 0xD800 && c < 0xE000)) c = 0xFFFD;
+    if (c < 0x80) {
+        out += static_cast<char>(c);
+    } else if (c < 0x800) {
+        out += static_cast<char>(0xC0 | (c >> 6));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+        out += static_cast<char>(0xE0 | (c >> 12));
+        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+        out += static_cast<char>(0xF0 | (c >> 18));
+        out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+}
 
 std::string from_cp1256(std::string_view cp1256) {
     std::string out;

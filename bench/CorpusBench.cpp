@@ -1,0 +1,168 @@
+// What the dorvik tool does, through the library calls it makes: building a diacritizer
+// folder from a corpus of a million words (normalising, counting, sorting, indexing)
+// next to counting the same words in a hash map, and diacritizing 100 MB of text as a
+// stream next to the UTF-8 / Windows-1256 conversion of the same text alone.
+#include <benchmark/benchmark.h>
+
+#include <filesystem>
+#include <random>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include <dorvik/dorvik.hpp>
+
+#include "BenchUtil.h"
+
+namespace {
+
+// Arabic letters and the eight marks, in UTF-8.
+const std::vector<std::string> kLetters = {"ا", "ب", "ت", "ث", "ج", "ح", "خ", "د", "ذ", "ر",
+                                           "ز", "س", "ش", "ص", "ض", "ط", "ظ", "ع", "غ", "ف",
+                                           "ق", "ك", "ل", "م", "ن", "ه", "و", "ي"};
+const std::vector<std::string> kMarks = {"َ", "ً", "ُ", "ٌ", "ِ", "ٍ", "ّ", "ْ"};
+
+// Running text of `tokens` marked words: 40,000 bare words with three marked forms
+// each, drawn by a Zipf law (rank r has weight 1 / r), twelve words to a line.
+struct Text {
+    std::string marked;
+    std::size_t tokens = 0;
+};
+
+const Text& MarkedText(std::size_t tokens) {
+    static std::unordered_map<std::size_t, Text> made;
+    auto at = made.find(tokens);
+    if (at != made.end()) return at->second;
+    std::mt19937 rng(15);
+    std::vector<std::string> forms;
+    for (int i = 0; i < 40000; ++i) {
+        std::vector<std::string> bare;
+        for (int n = 3 + static_cast<int>(rng() % 5); n > 0; --n)
+            bare.push_back(kLetters[rng() % kLetters.size()]);
+        for (int k = 0; k < 3; ++k) {
+            std::string form;
+            for (const std::string& letter : bare) form += letter + kMarks[rng() % kMarks.size()];
+            forms.push_back(form);
+        }
+    }
+    std::vector<double> weights(forms.size());
+    for (std::size_t r = 0; r < weights.size(); ++r) weights[r] = 1.0 / static_cast<double>(r + 1);
+    std::discrete_distribution<std::size_t> zipf(weights.begin(), weights.end());
+    Text text;
+    for (; text.tokens < tokens; ++text.tokens) {
+        text.marked += forms[zipf(rng)];
+        text.marked += text.tokens % 12 == 11 ? "\n" : rng() % 10 == 0 ? "، " : " ";
+    }
+    return made.emplace(tokens, std::move(text)).first->second;
+}
+
+constexpr std::size_t kPiece = std::size_t{1} << 20;
+
+// The folder built from a million words, made once per run.
+std::filesystem::path Folder() {
+    static const std::filesystem::path folder = [] {
+        std::filesystem::path path = BenchPath("corpus-1m");
+        std::filesystem::remove_all(path);
+        dorvik::Diacritizer::Builder builder(path);
+        builder.add_text(MarkedText(1000000).marked);
+        builder.finish();
+        return path;
+    }();
+    return folder;
+}
+
+// What `dorvik build` does with a million words: normalise them in pieces, count the
+// forms, write and index the folder.
+void BM_BuildCorpus1M(benchmark::State& state) {
+    const Text& text = MarkedText(1000000);
+    std::filesystem::path folder = BenchPath("build-1m");
+    std::size_t forms = 0;
+    for (auto _ : state) {
+        dorvik::CorpusNormalizer normalizer;
+        dorvik::Diacritizer::Builder builder(folder);
+        for (std::size_t at = 0; at < text.marked.size(); at += kPiece)
+            builder.add_text(normalizer.feed(std::string_view(text.marked).substr(at, kPiece)));
+        builder.add_text(normalizer.finish());
+        forms = builder.size();
+        builder.finish();
+    }
+    std::filesystem::remove_all(folder);
+    state.counters["forms"] = static_cast<double>(forms);
+    state.counters["peak_MB"] = PeakMegabytes();
+    state.SetItemsProcessed(state.iterations() * static_cast<long>(text.tokens));
+    state.SetBytesProcessed(state.iterations() * static_cast<long>(text.marked.size()));
+}
+BENCHMARK(BM_BuildCorpus1M)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The floor of counting: the same words into a hash map, in memory, nothing written.
+void BM_CountFormsPeer(benchmark::State& state) {
+    const Text& text = MarkedText(1000000);
+    std::size_t forms = 0;
+    for (auto _ : state) {
+        std::unordered_map<std::string_view, std::uint32_t> counts;
+        std::string_view rest = text.marked;
+        while (!rest.empty()) {
+            std::size_t end = rest.find_first_of(" \n");
+            std::string_view word = rest.substr(0, end);
+            if (!word.empty() && word != "،") ++counts[word];
+            rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+        }
+        forms = counts.size();
+    }
+    state.counters["forms"] = static_cast<double>(forms);
+    state.SetItemsProcessed(state.iterations() * static_cast<long>(text.tokens));
+    state.SetBytesProcessed(state.iterations() * static_cast<long>(text.marked.size()));
+}
+BENCHMARK(BM_CountFormsPeer)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// 1 MiB of bare text, and its words.
+struct Bare {
+    std::string text;
+    std::size_t words = 0;
+};
+
+const Bare& BareMiB() {
+    static const Bare bare = [] {
+        const std::string& marked = MarkedText(1000000).marked;
+        std::size_t end = marked.rfind(" ", 2 * kPiece);  // about 1 MiB without its marks
+        Bare b;
+        b.text = dorvik::strip_marks(std::string_view(marked).substr(0, end + 1));
+        b.words = dorvik::split_words(b.text).size();
+        return b;
+    }();
+    return bare;
+}
+
+// What `dorvik diacritize` does with 100 MB: one stream, fed 1 MiB at a time. Memory
+// stays that of the folder and one piece, whatever the length (peak_MB, run alone).
+void BM_DiacritizeStream100MB(benchmark::State& state) {
+    dorvik::Diacritizer diacritizer(Folder());
+    const Bare& bare = BareMiB();
+    state.counters["before_MB"] = PeakMegabytes();
+    std::size_t out = 0;
+    for (auto _ : state) {
+        dorvik::Diacritizer::Stream stream = diacritizer.stream();
+        for (int i = 0; i < 100; ++i) out += stream.feed(bare.text).size();
+        out += stream.finish().size();
+    }
+    benchmark::DoNotOptimize(out);
+    state.counters["peak_MB"] = PeakMegabytes();
+    state.SetItemsProcessed(state.iterations() * 100 * static_cast<long>(bare.words));
+    state.SetBytesProcessed(state.iterations() * 100 * static_cast<long>(bare.text.size()));
+}
+BENCHMARK(BM_DiacritizeStream100MB)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The floor at the edges: the same 100 MB taken to Windows-1256 and back, no look-up.
+void BM_Cp1256RoundTripPeer100MB(benchmark::State& state) {
+    const Bare& bare = BareMiB();
+    std::size_t out = 0;
+    for (auto _ : state)
+        for (int i = 0; i < 100; ++i)
+            out += dorvik::from_cp1256(dorvik::to_cp1256(bare.text)).size();
+    benchmark::DoNotOptimize(out);
+    state.SetItemsProcessed(state.iterations() * 100 * static_cast<long>(bare.words));
+    state.SetBytesProcessed(state.iterations() * 100 * static_cast<long>(bare.text.size()));
+}
+BENCHMARK(BM_Cp1256RoundTripPeer100MB)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+}  // namespace
