@@ -1,11 +1,17 @@
 // Helpers shared by the benchmarks.
 #pragma once
 
+#include <roaring/roaring.h>
+#include <sqlite3.h>
 #include <sys/resource.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
+#include <random>
 #include <set>
 #include <string>
+#include <vector>
 
 // The scratch files handed out by BenchPath; all are removed when the run ends, also
 // those that benchmarks keep from one to the next.
@@ -27,6 +33,7 @@ inline std::string BenchPath(const char* name) {
     static ScratchFiles files;
     return files.Add(std::string("/tmp/dorvik-bench-") + name);
 }
+inline std::string BenchPath(const std::string& name) { return BenchPath(name.c_str()); }
 
 // The peak resident memory of the process so far, in MiB. Run one benchmark alone
 // (--benchmark_filter) to read it for that benchmark.
@@ -35,3 +42,52 @@ inline double PeakMegabytes() {
     getrusage(RUSAGE_SELF, &usage);
     return static_cast<double>(usage.ru_maxrss) / 1024.0;
 }
+
+// A plain bitmap of `bytes` bytes in which each bit is set with probability `density`
+// (0.5 and above: uniform random bytes), from a fixed seed.
+inline std::vector<unsigned char> RandomBitmap(std::size_t bytes, double density, unsigned seed) {
+    std::vector<unsigned char> out(bytes, 0);
+    std::mt19937_64 random(seed);
+    if (density >= 0.5) {
+        std::size_t i = 0;
+        for (; i + 8 <= bytes; i += 8) {
+            std::uint64_t w = random();
+            for (int k = 0; k < 8; ++k) out[i + k] = static_cast<unsigned char>(w >> (8 * k));
+        }
+        for (; i < bytes; ++i) out[i] = static_cast<unsigned char>(random());
+        return out;
+    }
+    std::geometric_distribution<long> gap(density);
+    long bits = static_cast<long>(bytes) * 8;
+    for (long bit = gap(random); bit < bits; bit += 1 + gap(random))
+        out[static_cast<std::size_t>(bit >> 3)] |= static_cast<unsigned char>(1u << (bit & 7));
+    return out;
+}
+
+// A fresh SQLite database at `path` (no journal, no sync), made by the statements
+// `create`, with `count` rows added in one transaction by the statement `insert`, whose
+// parameters `bind(statement, i)` sets for row i; `after` runs once they are in.
+template <class Bind>
+sqlite3* FillSqlite(const std::string& path, const char* create, const char* insert, int count,
+                    Bind bind, const char* after = "") {
+    std::remove(path.c_str());
+    sqlite3* db = nullptr;
+    sqlite3_open(path.c_str(), &db);
+    sqlite3_exec(db, "PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF;", nullptr, nullptr, nullptr);
+    sqlite3_exec(db, create, nullptr, nullptr, nullptr);
+    sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
+    sqlite3_stmt* statement = nullptr;
+    sqlite3_prepare_v2(db, insert, -1, &statement, nullptr);
+    for (int i = 0; i < count; ++i) {
+        bind(statement, i);
+        sqlite3_step(statement);
+        sqlite3_reset(statement);
+    }
+    sqlite3_finalize(statement);
+    sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
+    sqlite3_exec(db, after, nullptr, nullptr, nullptr);
+    return db;
+}
+
+// The bits of a plain bitmap as a CRoaring bitmap (BitArrayBench.cpp).
+roaring_bitmap_t* ToRoaring(const unsigned char* bytes, std::size_t n);

@@ -1,9 +1,11 @@
 // The wildcard index and diacritization: building the index over a million words,
-// wildcard look-ups next to an fnmatch scan of the same words, and DiacritizeBuffer
-// next to the modern Diacritizer on the same files (opened once, on one and on two
-// threads) and a hash-map look-up of the bare word (the floor of any dictionary method).
+// wildcard look-ups next to SQLite's GLOB and an fnmatch scan of the same words
+// (workload 5 of bench/compare.sh), and DiacritizeBuffer next to the modern Diacritizer
+// on the same files (opened once, on one and on two threads) and a hash-map look-up of
+// the bare word, the floor of any dictionary method (workload 6).
 #include <benchmark/benchmark.h>
 #include <fnmatch.h>
+#include <sqlite3.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -82,61 +84,124 @@ void BM_IndexForWildCards1M(benchmark::State& state) {
 }
 BENCHMARK(BM_IndexForWildCards1M)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-const char* const kPatterns[] = {"\xC7\xC8*", "*\xC7\xC8", "\xC7?\xC8", nullptr};
+// ---- Workload 5: wildcard look-ups ---------------------------------------------------
+// Five patterns over dictionaries of 100,000, 1M and 10M marked forms (range(1) in
+// thousands), next to SQLite's GLOB on an indexed column and an fnmatch scan, both over
+// the bare spellings (the index ignores marks that a pattern does not name).
 
-// Wildcard look-ups through the index of a million forms; the full word is a bare
-// word of the corpus.
-void BM_WildCardFind(benchmark::State& state) {
-    const Corpus& corpus = MakeCorpus(333334);
-    std::string words = BenchPath("dict-1m.bin"), index = BenchPath("dict-1m.idx");
-    CFileStatus status;
-    if (!CFile::GetStatus(index.c_str(), status)) {
-        WriteDictionary(words, corpus.forms);
-        CTextBinFile build(words.c_str(), CFile::modeRead);
-        build.IndexForWildCards(index.c_str(), DiacriticMarks, nullptr);
+const char* const kPatterns[] = {"\xC7\xC8*", "*\xC7\xC8", "\xC7?\xC8", "?\xC7??", nullptr};
+const char* const kPatternLabels[] = {"ab*", "*ab", "a?b", "?a??", "full word"};
+
+struct Dictionary {
+    std::string words, index;
+    std::vector<std::string> bare;  // the forms without their marks, by record number
+};
+
+// A form without its marks, each Arabic letter spelled by one ASCII letter: SQLite's
+// GLOB reads text as UTF-8, where these bytes would not stand for one character each.
+std::string Strip(const std::string& form) {
+    static const std::string kAscii = "abcdefghijklmnopqrstuvwxyzAB";
+    std::string s;
+    for (char c : form) {
+        std::size_t letter = kLetters.find(c);
+        if (letter != std::string::npos)
+            s += kAscii[letter];
+        else if (kMarks.find(c) == std::string::npos)
+            s += c;
     }
-    CTextBinFile dictionary(words.c_str(), CFile::modeRead);
-    CNDimBitsBinFile wild(index.c_str(), CFile::shareDenyNone);
-    const char* pattern = kPatterns[state.range(0)];
-    std::string full = corpus.bare[7];
-    if (!pattern) pattern = full.c_str();
+    return s;
+}
+
+const Dictionary& DictionaryOf(int thousands) {
+    static std::unordered_map<int, Dictionary> made;
+    auto at = made.find(thousands);
+    if (at != made.end()) return at->second;
+    const Corpus& corpus = MakeCorpus(thousands * 1000 / 3 + 1);
+    Dictionary d;
+    d.words = BenchPath("dict-" + std::to_string(thousands) + "k.bin");
+    d.index = BenchPath("dict-" + std::to_string(thousands) + "k.idx");
+    WriteDictionary(d.words, corpus.forms);
+    CTextBinFile build(d.words.c_str(), CFile::modeRead);
+    build.IndexForWildCards(d.index.c_str(), DiacriticMarks, nullptr);
+    for (const auto& f : corpus.forms) d.bare.push_back(Strip(f));
+    return made.emplace(thousands, std::move(d)).first->second;
+}
+
+std::string PatternOf(int k, int thousands) {
+    return kPatterns[k] ? kPatterns[k] : MakeCorpus(thousands * 1000 / 3 + 1).bare[7];
+}
+
+// The five patterns over 100,000, 1M and 10M forms.
+void PatternsAndSizes(benchmark::internal::Benchmark* b) {
+    b->ArgsProduct({{0, 1, 2, 3, 4}, {100, 1000, 10000}})
+        ->Unit(benchmark::kMicrosecond)
+        ->UseRealTime();
+}
+
+void BM_W5_Find(benchmark::State& state) {
+    int thousands = static_cast<int>(state.range(1));
+    const Dictionary& d = DictionaryOf(thousands);
+    std::string pattern = PatternOf(static_cast<int>(state.range(0)), thousands);
+    CTextBinFile dictionary(d.words.c_str(), CFile::modeRead);
+    CNDimBitsBinFile wild(d.index.c_str(), CFile::shareDenyNone);
     int hits = 0;
     for (auto _ : state) {
         CBitArray result;
-        dictionary.Find(&wild, pattern, opEqual, DiacriticMarks, false, result);
+        dictionary.Find(&wild, pattern.c_str(), opEqual, DiacriticMarks, false, result);
         hits = result.GetCount();
     }
     state.counters["hits"] = hits;
-    state.SetLabel(state.range(0) == 3 ? "full word" : pattern);
+    state.SetLabel(kPatternLabels[state.range(0)]);
 }
-BENCHMARK(BM_WildCardFind)->DenseRange(0, 3)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_W5_Find)->Name("W5_Find_Dorvik")->Apply(PatternsAndSizes);
 
-// The cost of a scan without an index: fnmatch over the bare spellings (the index
-// ignores marks the pattern does not name, so the scan strips them first). fnmatch is a
-// shell glob, not the dialect of the wildcard search (see CTextBinFile::Find), so the
-// hit counts need not agree: this peer prices reading every word, not the same answer.
-void BM_FnmatchScanPeer(benchmark::State& state) {
-    const Corpus& corpus = MakeCorpus(333334);
-    std::vector<std::string> stripped;
-    for (const auto& f : corpus.forms) {
-        std::string s;
-        for (char c : f)
-            if (kMarks.find(c) == std::string::npos) s += c;
-        stripped.push_back(s);
+void BM_W5_Glob(benchmark::State& state) {
+    int thousands = static_cast<int>(state.range(1));
+    const Dictionary& d = DictionaryOf(thousands);
+    std::string pattern = Strip(PatternOf(static_cast<int>(state.range(0)), thousands));
+    static std::unordered_map<int, sqlite3*> built;
+    sqlite3*& db = built[thousands];
+    if (!db) {
+        db = FillSqlite(
+            BenchPath("dict-" + std::to_string(thousands) + "k.sqlite"), "CREATE TABLE w(t TEXT);",
+            "INSERT INTO w(t) VALUES(?)", static_cast<int>(d.bare.size()),
+            [&d](sqlite3_stmt* insert, int i) {
+                const std::string& w = d.bare[static_cast<std::size_t>(i)];
+                sqlite3_bind_text(insert, 1, w.c_str(), static_cast<int>(w.size()), SQLITE_STATIC);
+            },
+            "CREATE INDEX wt ON w(t);");
     }
-    const char* pattern = kPatterns[state.range(0)];
-    std::string full = corpus.bare[7];
-    if (!pattern) pattern = full.c_str();
+    sqlite3_stmt* select = nullptr;
+    sqlite3_prepare_v2(db, "SELECT rowid FROM w WHERE t GLOB ?", -1, &select, nullptr);
+    std::vector<sqlite3_int64> rows;
+    for (auto _ : state) {
+        rows.clear();
+        sqlite3_bind_text(select, 1, pattern.c_str(), static_cast<int>(pattern.size()),
+                          SQLITE_STATIC);
+        while (sqlite3_step(select) == SQLITE_ROW) rows.push_back(sqlite3_column_int64(select, 0));
+        sqlite3_reset(select);
+    }
+    sqlite3_finalize(select);
+    state.counters["hits"] = static_cast<double>(rows.size());
+    state.SetLabel(kPatternLabels[state.range(0)]);
+}
+BENCHMARK(BM_W5_Glob)->Name("W5_Glob_Sqlite")->Apply(PatternsAndSizes);
+
+void BM_W5_Scan(benchmark::State& state) {
+    int thousands = static_cast<int>(state.range(1));
+    const Dictionary& d = DictionaryOf(thousands);
+    std::string pattern = Strip(PatternOf(static_cast<int>(state.range(0)), thousands));
     int hits = 0;
     for (auto _ : state) {
         hits = 0;
-        for (const auto& s : stripped) hits += fnmatch(pattern, s.c_str(), 0) == 0;
+        for (const auto& w : d.bare) hits += fnmatch(pattern.c_str(), w.c_str(), 0) == 0;
     }
     state.counters["hits"] = hits;
-    state.SetLabel(state.range(0) == 3 ? "full word" : pattern);
+    state.SetLabel(kPatternLabels[state.range(0)]);
 }
-BENCHMARK(BM_FnmatchScanPeer)->DenseRange(0, 3)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_W5_Scan)->Name("W5_Fnmatch_Scan")->Apply(PatternsAndSizes);
 
+// ---- Workload 6: DiacritizeBuffer ----------------------------------------------------
 // A 1 MB text over a dictionary of 100,000 forms.
 struct DiacritizeFiles {
     std::string words = BenchPath("dict-100k.bin"), index = BenchPath("dict-100k.idx"),
@@ -179,8 +244,12 @@ void BM_DiacritizeBuffer1MB(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * f.wordCount);
     state.SetBytesProcessed(state.iterations() * static_cast<long>(f.text.size()));
+    state.counters["words"] = f.wordCount;
 }
-BENCHMARK(BM_DiacritizeBuffer1MB)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_DiacritizeBuffer1MB)
+    ->Name("W6_Diacritize_Dorvik")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 // The same files as a diacritizer folder, opened once and shared by the threads; the
 // text in UTF-8, so the time includes the conversions both ways.
@@ -228,5 +297,5 @@ void BM_HashMapFloor(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * f.wordCount);
     state.SetBytesProcessed(state.iterations() * static_cast<long>(f.text.size()));
 }
-BENCHMARK(BM_HashMapFloor)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_HashMapFloor)->Name("W6_HashMap_Floor")->Unit(benchmark::kMillisecond)->UseRealTime();
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <string>
 
 #include "Dorvik01.h"
@@ -258,4 +259,58 @@ TEST(MemoryFile, SavesLoadsAndHandsOverItsBlock) {
     EXPECT_EQ(back, block);
     EXPECT_EQ(owner.GetLength(), 0u);
     std::free(back);
+}
+
+// A large file opened for reading only is read through a mapping; one opened for
+// reading and writing reads by pread. Both readers keep the table they loaded, and
+// while a third object changes the file (safe-mode writes, growth, a cut by not safe
+// mode) they must deliver the same bytes for every record of that table.
+TEST(RecordFileReading, AMappedReaderSeesWhatAPlainReaderSees) {
+    TempDir dir;
+    std::string path = dir.Path("big.bin");
+    std::mt19937 rng(61);
+    auto record = [&rng](std::size_t n) {
+        Bytes r(n);
+        for (auto& b : r) b = static_cast<unsigned char>(rng());
+        return r;
+    };
+    {
+        CBinFile build(path.c_str(), CFile::modeCreate | CFile::modeReadWrite);
+        build.SetSafeMode(false);
+        for (int i = 0; i < 3000; ++i) {
+            Bytes r = record(100 + rng() % 200);
+            build.Add(r.data(), static_cast<int>(r.size()));
+        }
+    }
+    CBinFile mapped(path.c_str(), CFile::modeRead);
+    CBinFile plain(path.c_str(), CFile::modeReadWrite);
+    CBinFile writer(path.c_str(), CFile::modeReadWrite);
+    auto same = [&](const char* step) {
+        for (int i = 0; i < mapped.GetRecordCount(); ++i) {
+            unsigned char* a = nullptr;
+            unsigned char* b = nullptr;
+            int na = 0, nb = 0;
+            mapped.GetRecord(i, a, na, true);
+            plain.GetRecord(i, b, nb, true);
+            ASSERT_EQ(Bytes(a, a + na), Bytes(b, b + nb)) << step << " record " << i;
+            DropBlock(a);
+            DropBlock(b);
+        }
+    };
+    same("as built");
+    for (int k = 0; k < 50; ++k) {
+        Bytes r = record(rng() % 400);
+        writer.Modify(static_cast<int>(rng() % 3000), r.data(), static_cast<int>(r.size()));
+    }
+    same("after changes in place and moves");
+    for (int k = 0; k < 500; ++k) {
+        Bytes r = record(300);
+        writer.Add(r.data(), static_cast<int>(r.size()));
+    }
+    same("after growth");
+    writer.Delete(0, 2000);
+    writer.SetSafeMode(false);  // cuts the table off the disk
+    same("after a cut");
+    writer.SetSafeMode(true);
+    same("after the table came back");
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "TestUtil.h"
+#include "bits/CompressedForm.h"
 #include "dorvik/BitArray.h"
 #include "dorvik/Exceptions.h"
 
@@ -751,4 +752,82 @@ TEST(BitArrayLists, Append2ArrayAndRange2ArrayExtendAList) {
     EXPECT_EQ(ff.Range2Array(8, 20, range), 0);
     EXPECT_EQ(a.Range2Array(60, 1000, range), 3);
     EXPECT_EQ(range[6], 200u);
+}
+
+// ---- The fast codec against the item walker and the sorted-bits builder -----------------
+
+namespace {
+// Plain bitmaps of the shapes the codec meets: sparse, mixed, dense, long runs of both
+// values (past 65535 bytes), and isolated 0x00 and 0xFF bytes among literals.
+Bytes RandomPlain(std::mt19937& rng) {
+    Bytes out(1 + rng() % 200000, 0);
+    int shape = static_cast<int>(rng() % 5);
+    for (std::size_t i = 0; i < out.size();) {
+        std::size_t stretch = 1 + rng() % (shape == 3 ? 90000 : 300);
+        int kind = static_cast<int>(rng() % 4);
+        for (std::size_t k = 0; k < stretch && i < out.size(); ++k, ++i) {
+            if (shape == 0)
+                out[i] = rng() % 50 == 0 ? static_cast<unsigned char>(1u << (rng() % 8)) : 0;
+            if (shape == 1 || shape == 4) out[i] = static_cast<unsigned char>(rng());
+            if (shape == 2 || shape == 3)
+                out[i] = kind == 0 ? 0 : kind == 1 ? 0xFF : static_cast<unsigned char>(rng());
+        }
+    }
+    return out;
+}
+}  // namespace
+
+TEST(CompressedForm, EncodesAndDecodesAsTheReferenceWritersDo) {
+    std::mt19937 rng(21);
+    for (int round = 0; round < 60; ++round) {
+        Bytes plain = RandomPlain(rng);
+        std::vector<unsigned> bits;
+        for (std::size_t i = 0; i < plain.size(); ++i)
+            for (int b = 0; b < 8; ++b)
+                if (plain[i] >> b & 1) bits.push_back(static_cast<unsigned>(i * 8 + b));
+        unsigned char* form = nullptr;
+        int length = 0;
+        CBitArray::Compress(plain.data(), static_cast<int>(plain.size()), form, length);
+        Bytes expected = dorvik::form::EncodeSortedBits(bits);
+        ASSERT_EQ(Bytes(form, form + length), expected) << "round " << round;
+        // Back again, whole and cut at a limit: the plain item walker is the reference.
+        for (int limit : {-1, 0, 1, static_cast<int>(rng() % (plain.size() + 1))}) {
+            unsigned char* copy =
+                static_cast<unsigned char*>(GrabBlock(static_cast<std::size_t>(length)));
+            if (length) std::memcpy(copy, form, static_cast<std::size_t>(length));
+            int n = length;
+            CBitArray::Decompress(copy, n, limit);
+            std::int64_t want = length
+                                    ? dorvik::form::Expand(form, static_cast<std::size_t>(length),
+                                                           1, limit, nullptr)
+                                    : 0;
+            Bytes reference(static_cast<std::size_t>(want));
+            if (want)
+                dorvik::form::Expand(form, static_cast<std::size_t>(length), 1, limit,
+                                     reference.data());
+            EXPECT_EQ(Bytes(copy, copy + n), reference) << "round " << round << " limit " << limit;
+            DropBlock(copy);
+        }
+        DropBlock(form);
+    }
+}
+
+TEST(CompressedForm, DecodesAnyByteStringAsTheItemWalkerDoes) {
+    std::mt19937 rng(22);
+    for (int round = 0; round < 200; ++round) {
+        Bytes junk(1 + rng() % 200);
+        for (auto& b : junk)
+            b = rng() % 3 == 0 ? (rng() % 2 ? 0 : 0xFF) : static_cast<unsigned char>(rng());
+        for (int limit : {-1, static_cast<int>(rng() % 100000)}) {
+            unsigned char* copy = static_cast<unsigned char*>(GrabBlock(junk.size()));
+            std::memcpy(copy, junk.data(), junk.size());
+            int n = static_cast<int>(junk.size());
+            CBitArray::Decompress(copy, n, limit);
+            std::int64_t want = dorvik::form::Expand(junk.data(), junk.size(), 1, limit, nullptr);
+            Bytes reference(static_cast<std::size_t>(want));
+            if (want) dorvik::form::Expand(junk.data(), junk.size(), 1, limit, reference.data());
+            EXPECT_EQ(Bytes(copy, copy + n), reference) << "round " << round;
+            DropBlock(copy);
+        }
+    }
 }

@@ -140,3 +140,41 @@ TEST(Diacritize, TakesAnyBytesAsABuffer) {
         EXPECT_EQ(delimitersIn, delimitersOut);
     }
 }
+
+// The same on a dictionary of random forms over few letters, with ties of frequency and
+// frequencies missing at the end: many words share cells, and many have no form.
+TEST(Diacritize, TheBufferAgreesWithWordByWordLookUpsOnARandomDictionary) {
+    TempDir dir;
+    std::string forms = dir.Path("f.bin"), index = dir.Path("f.idx"), counts = dir.Path("f.frq");
+    const std::string letters = "\xC7\xC8\xCA\xE1", marks = "\xF3\xF5\xF6\xF8";
+    std::mt19937 rng(51);
+    {
+        CTextBinFile dictionary(forms.c_str(), CFile::modeCreate | CFile::modeReadWrite);
+        CIXFile frequencies(counts.c_str(), CFile::modeCreate | CFile::modeReadWrite, 4);
+        for (int i = 0; i < 4000; ++i) {
+            std::string w;
+            for (int n = 1 + static_cast<int>(rng() % 5); n > 0; --n) {
+                w += letters[rng() % letters.size()];
+                if (rng() % 2) w += marks[rng() % marks.size()];
+            }
+            dictionary.Add(w.c_str());
+            if (i < 3900) frequencies.Add(static_cast<int>(rng() % 5));
+        }
+        dictionary.IndexForWildCards(index.c_str(), DiacriticMarks, nullptr);
+    }
+    std::string text, expected;
+    for (int i = 0; i < 2000; ++i) {
+        std::string w;
+        for (int n = 1 + static_cast<int>(rng() % 6); n > 0; --n) {
+            w += letters[rng() % letters.size()];
+            if (rng() % 5 == 0) w += marks[rng() % marks.size()];
+        }
+        CString one(w.c_str());
+        DiacritizeWord(one, forms.c_str(), index.c_str(), counts.c_str());
+        text += w + " ";
+        expected += std::string(one) + " ";
+    }
+    CString result;
+    DiacritizeBuffer(text.data(), result, forms.c_str(), index.c_str(), counts.c_str());
+    EXPECT_EQ(std::string(result), expected);
+}

@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 #include <vector>
 
 #include "Dorvik01.h"
 #include "TestUtil.h"
+#include "text/WildCardSearch.h"
 
 namespace {
 // A dictionary of Latin words (x stands for a mark) and its wildcard index.
@@ -122,4 +124,35 @@ TEST(WildCardSearch, SurvivesAnyPatternAndAnyIndex) {
     EXPECT_EQ(w.text.Find(w.dir.Path("bad").c_str(), "ab", opEqual, "x", false, result), -1);
     EXPECT_THROW(w.text.Find(w.dir.Path("missing").c_str(), "ab", opEqual, "x", false, result),
                  CFileException);
+}
+
+// The search intersects the cells on their compressed forms; the plain way (each cell
+// expanded and ANDed into the word set) must give the same records and result for any
+// pattern of letters, marks, question marks and stars.
+TEST(WildCardSearch, TheCompressedWayMatchesThePlainWay) {
+    std::mt19937 rng(41);
+    const std::string letters = "abcx", marks = "x";
+    std::vector<std::string> words;
+    for (int i = 0; i < 3000; ++i) {
+        std::string w;
+        for (int n = static_cast<int>(rng() % 7); n > 0; --n) w += letters[rng() % letters.size()];
+        words.push_back(w);
+    }
+    Dictionary d(words, marks.c_str());
+    CNDimBitsBinFile index(d.index.c_str(), CFile::shareDenyNone);
+    const std::string alphabet = "abcx?*d";
+    for (int round = 0; round < 600; ++round) {
+        std::string pattern;
+        for (int n = 1 + static_cast<int>(rng() % 6); n > 0; --n)
+            pattern += alphabet[rng() % alphabet.size()];
+        Operation op = rng() % 4 == 0 ? static_cast<Operation>(opEqual | opNot) : opEqual;
+        CBitArray fast, plain;
+        int f = dorvik::classic::FindWildCards(d.text, &index, pattern.c_str(), op, marks.c_str(),
+                                               false, 0, fast, false);
+        int p = dorvik::classic::FindWildCards(d.text, &index, pattern.c_str(), op, marks.c_str(),
+                                               false, 0, plain, true);
+        EXPECT_EQ(f, p) << pattern;
+        EXPECT_EQ(fast.GetLength(), plain.GetLength()) << pattern;
+        EXPECT_TRUE(fast == plain) << pattern;
+    }
 }

@@ -179,11 +179,13 @@ public:
     static void Compress(const unsigned char* source, int length, unsigned char*& target,
                          int& targetLength);
     // Drops the compressed block `buffer` with DropBlock and puts in its place a new
-    // GrabBlock block of the plain bytes, sized exactly, and their number in `length`. `limit`
-    // below 0 expands everything; otherwise expansion stops after the item that reaches `limit`
-    // plain bytes, so up to 65534 more can come. When no plain byte results, `buffer`
-    // becomes null and `length` 0. `length` 0 or less does nothing. Throws
-    // CMemoryException when the plain bytes would pass 2^31 - 1 or cannot be had.
+    // GrabBlock block of the plain bytes, and their number in `length`; the block may be
+    // up to an eighth larger, and its bytes past `length` read 0. `limit` below 0
+    // expands everything in one pass over a dense form; otherwise expansion stops after
+    // the item that reaches `limit` plain bytes, so up to 65534 more can come. When no
+    // plain byte results, `buffer` becomes null and `length` 0. `length` 0 or less does
+    // nothing. Throws CMemoryException when the plain bytes would pass 2^31 - 1 or
+    // cannot be had.
     static void Decompress(unsigned char*& buffer, int& length, int limit);
     // The number of plain bytes that the items of `buffer` stand for, walking from its
     // first byte: a whole form counts its marker as one literal, so pass buffer + 1 and

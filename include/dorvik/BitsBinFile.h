@@ -39,9 +39,13 @@ public:
 
     // Union (`unite` true) or intersection of the records listed in `records`, into
     // `result`, which comes back uncompressed whatever its flag was. An intersection
-    // stops at the first empty result. `limit` (bytes, -1 for all) bounds each record's
-    // expansion (an item crossing it expands whole): bits below 8 * limit are exact.
-    // An intersection never expands a record beyond the result so far.
+    // stops reading at the first empty record. `limit` (bytes, -1 for all) bounds each
+    // record's expansion (an item crossing it expands whole): bits below 8 * limit are
+    // exact. An intersection of two or more records expands none of them: it walks their
+    // compressed forms together, so a zero run of any record costs nothing to the
+    // others; its cost follows the stored bytes plus the result's length. The records
+    // are read as stored (CBinFile::GetRecord), not through an override of
+    // GetRecord(int, CBitArray&, int).
     virtual void GetRecords(int count, int* records, CBitArray& result, bool unite, int limit);
     // The same over the set bits of `selection`; null selects every non-empty record.
     virtual void GetRecords(CBitArray* selection, CBitArray& result, bool unite, int limit);

@@ -36,7 +36,9 @@ DORVIK_API bool DiacritizeWord(CString& word, const char* dictionaryPath, const 
 // places, and words the dictionary does not know pass unchanged. `buffer` must be
 // writable for the call and is whole again afterwards. The files are opened once for
 // the call; the index is read into memory whole, each cell is expanded at most once,
-// and a repeated word is looked up once. Throws CFileException when a file cannot be
+// and a repeated word is looked up once: the two cells of the word with the fewest
+// forms are ANDed a word at a time and each form left is tested in the others, which
+// picks the same form as DiacritizeWord. Throws CFileException when a file cannot be
 // opened.
 DORVIK_API void DiacritizeBuffer(char* buffer, CString& result, const char* dictionaryPath,
                                  const char* indexPath, const char* frequencyPath);

@@ -76,6 +76,12 @@ public:
     virtual void SetLength(DWORD length);
     // Reads at the position; returns the bytes read, fewer than `count` only at the
     // end of the file (0 there). Throws CFileException on a read error.
+    // A file opened for reading only and of 256 KiB or more is read through a read-only
+    // shared mapping, taken at the first read: no system call per read. Writes of other
+    // objects and processes show through it as they do through pread; a read past the
+    // mapped length (the file has grown) goes by pread, and after any SetLength in the
+    // process the mapping is taken anew. Another process, or another thread, must not
+    // cut a file while an object reads it: a read of the cut pages would fault.
     virtual UINT Read(void* buffer, UINT count);
     // Writes at the position, extending the file, and moves the position. A count of 0
     // does nothing, whatever the pointer. Throws CFileException on failure.
@@ -106,12 +112,21 @@ protected:
     // Writes the gathered bytes out.
     void FlushWriteBehind();
     void WriteAt(const void* buffer, UINT count, std::int64_t at);
+    // The read through the mapping; false when it cannot serve the read.
+    bool ReadMapped(void* buffer, UINT count);
+    void Map();
+    void Unmap();
 
     std::int64_t m_nPos = 0;
     CString m_strFileName;
     bool m_bWriteBehind = false;
     std::int64_t m_nPendingStart = 0;
     std::string m_pending;
+    bool m_bReadOnly = false;
+    bool m_bMapTried = false;
+    const unsigned char* m_pMap = nullptr;
+    std::int64_t m_nMapLength = 0;
+    std::uint64_t m_nMapChanges = 0;
 };
 
 }  // namespace dorvik::classic

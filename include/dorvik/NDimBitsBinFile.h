@@ -35,8 +35,9 @@ public:
     // uncompressed.
     virtual void GetRecord(int dim, int* indices, CBitArray& bits, int limit);
     // Union (`unite`) or intersection of the listed records of the file at the path,
-    // into `result` (uncompressed). An intersection stops at the first empty result and
-    // expands later records no further than the result so far.
+    // into `result` (uncompressed). An intersection of two or more records works on
+    // their compressed forms, read as stored (CNDimBinFile::GetRecord), and stops reading
+    // at the first empty one; its cost follows the stored bytes plus the result.
     virtual void GetRecords(int dim, int* indices, int count, int* records, CBitArray& result,
                             bool unite, int limit);
     // The same, the set bits of `selection` being the record numbers.

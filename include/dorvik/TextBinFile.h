@@ -249,6 +249,10 @@ public:
     // each byte, by the C library's tolower and toupper under the process locale.
     // `marks` is carried along and never read: the marks of a pattern are always
     // DiacriticMarks. Returns 1 when `result` holds a record, -1 when it is empty.
+    // Cost: no record of this file is read; the cells that the pattern names are read as
+    // stored and intersected on their compressed forms, so a look-up walks the stored
+    // bytes of those cells (a pattern with leading stars: once per start position), not
+    // the dictionary. With `ignoreCase` each cell is expanded and ANDed in turn.
     int Find(CNDimBitsBinFile* index, const char* pattern, Operation op, const char* marks,
              bool ignoreCase, CBitArray& result);
     // The same through the wildcard index file at `path`, opened for the call.

@@ -49,16 +49,24 @@ void CBitArray::Compress(const unsigned char* source, int length, unsigned char*
 void CBitArray::Decompress(unsigned char*& buffer, int& length, int limit) {
     if (!buffer || length <= 0) return;
     std::size_t n = static_cast<std::size_t>(length);
-    std::int64_t plain = dorvik::form::Expand(buffer, n, 1, limit, nullptr);
-    if (plain > INT_MAX) throw CMemoryException();
+    int plainLength = 0;
     dorvik::Block<> out;
-    if (plain > 0) {
-        out = dorvik::GrabOrThrow(static_cast<std::size_t>(plain));
-        dorvik::form::Expand(buffer, n, 1, limit, out.get());
+    if (limit < 0) {
+        out = dorvik::form::Decode(buffer, n, plainLength);
+    } else {
+        std::int64_t plain = dorvik::form::Expand(buffer, n, 1, limit, nullptr);
+        if (plain > INT_MAX) throw CMemoryException();
+        if (plain > 0) {
+            // Every plain byte is written, zero runs included: no fill beforehand.
+            out = dorvik::GrabUnfilledOrThrow(static_cast<std::size_t>(plain));
+            std::size_t at = 1;
+            dorvik::form::ExpandInto(buffer, n, at, out.get(), 0, static_cast<std::size_t>(plain));
+            plainLength = static_cast<int>(plain);
+        }
     }
     DropBlock(buffer);
     buffer = out.release();
-    length = static_cast<int>(plain);
+    length = plainLength;
 }
 
 int CBitArray::DecompressLength(const unsigned char* buffer, int length) {

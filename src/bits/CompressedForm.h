@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "frame/Block.h"
 #include "frame/Coding.h"
 
 namespace dorvik::form {
@@ -30,8 +31,17 @@ struct Item {
     unsigned char value;
 };
 
-// The number of leading bytes that can stand as literals (neither 0x00 nor 0xFF).
-std::size_t LiteralSpan(const unsigned char* p, std::size_t n);
+// The number of leading bytes that can stand as literals (neither 0x00 nor 0xFF), for
+// stretches longer than a few bytes.
+std::size_t LongLiteralSpan(const unsigned char* p, std::size_t n);
+
+// The number of leading bytes that can stand as literals. The stretches of a sparse
+// form are a byte or two, looked at one by one before the wide scan.
+inline std::size_t LiteralSpan(const unsigned char* p, std::size_t n) {
+    for (std::size_t i = 0; i < 4; ++i)
+        if (i == n || p[i] == 0 || p[i] == 0xFF) return i;
+    return 4 + LongLiteralSpan(p + 4, n - 4);
+}
 
 // The count of the run whose first byte is at `run`, and its writer.
 inline std::size_t RunCount(const unsigned char* run) { return DecodeFixed16(run + 1); }
@@ -84,6 +94,31 @@ void ForEachSetBit(const unsigned char* form, int length, Visit visit) {
 // passes INT_MAX (the caller treats that as too large).
 std::int64_t Expand(const unsigned char* p, std::size_t n, std::size_t start, std::int64_t limit,
                     unsigned char* out);
+// Writes the plain bytes of the items of p[i..n) to out[o..room), every one of them,
+// zero runs included, and returns where the output stopped; `i` follows. Stops at the
+// end of the items, at `room`, or before a run that does not fit whole. Bytes behind
+// the returned place up to `room` may be overwritten.
+std::size_t ExpandInto(const unsigned char* p, std::size_t n, std::size_t& i, unsigned char* out,
+                       std::size_t o, std::size_t room);
+// The plain bytes of a whole form of `n` bytes in a new block, in one pass where the
+// form is dense; null with `plainLength` 0 when there are none. Throws
+// CMemoryException past INT_MAX bytes or when memory runs out.
+Block<> Decode(const unsigned char* p, std::size_t n, int& plainLength);
+
+// A whole form (marker first) as it lies in a buffer.
+struct FormSpan {
+    const unsigned char* bytes;
+    std::size_t length;
+};
+
+// The AND of the plain bitmaps of `count` whole forms over the shortest of them, less
+// its trailing zero bytes, computed on the forms: a zero run of any form skips the
+// others, and only bytes that all forms hold are written. The first form counts no
+// further than its Expand with `limit` (-1: whole). A new GrabBlock block with the
+// result's length in `length`, or null and 0 when no bit is left. Throws
+// CMemoryException when the first form expands past INT_MAX bytes or memory runs out.
+Block<> IntersectForms(const FormSpan* forms, std::size_t count, std::int64_t limit, int& length);
+
 // The set bits of a whole form, counted item by item; INT_MAX at the most.
 int CountSetBits(const unsigned char* form, int length);
 // One bit of a whole form; false beyond its end, below 0 or for length 0.

@@ -32,4 +32,17 @@ Block<T> GrabOrThrow(std::size_t bytes) {
     return Block<T>(static_cast<T*>(block));
 }
 
+// A block of `bytes` bytes whose content is left as the allocator gives it, for a
+// caller that writes every one of them before anything reads them; the bytes behind
+// them up to the allocator's size read 0, as in every block. Null when there is none.
+// Saves the zero fill of large blocks that are overwritten at once.
+void* GrabUnfilledBlock(std::size_t bytes);
+
+// GrabUnfilledBlock as a holder; throws CMemoryException when there is none.
+inline Block<> GrabUnfilledOrThrow(std::size_t bytes) {
+    void* block = GrabUnfilledBlock(bytes);
+    if (!block) throw CMemoryException();
+    return Block<>(static_cast<unsigned char*>(block));
+}
+
 }  // namespace dorvik

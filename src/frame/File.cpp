@@ -1,12 +1,14 @@
 #include "dorvik/File.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "frame/Coding.h"
 #include "frame/FileHook.h"
@@ -30,6 +32,12 @@ namespace {
 using dorvik::FileCall;
 using dorvik::kMaxFileLength;
 constexpr std::size_t kWriteBehind = 64 * 1024;
+// Files smaller than this are read with pread: a mapping would cost more than it saves.
+constexpr std::int64_t kMapAtLeast = 256 * 1024;
+
+// Counts every SetLength in the process. A mapping taken before a file was cut could
+// reach past its new end, so a mapping is trusted only while this count stands.
+std::atomic<std::uint64_t> g_lengthChanges{0};
 }  // namespace
 
 CFile::CFile(const char* path, UINT flags) {
@@ -44,6 +52,7 @@ CFile::~CFile() {
     } catch (const CFileException&) {
         // A destructor cannot report; Close is the way to see this error.
     }
+    Unmap();
     ::close(m_hFile);
 }
 
@@ -80,6 +89,8 @@ BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
         return fail(err);
     }
     m_hFile = fd;
+    m_bReadOnly = access == O_RDONLY;
+    m_bMapTried = false;
     return 1;
 }
 
@@ -88,11 +99,13 @@ void CFile::Close() {
     try {
         FlushWriteBehind();
     } catch (...) {
+        Unmap();
         ::close(m_hFile);
         m_hFile = hFileNull;
         m_pending.clear();
         throw;
     }
+    Unmap();
     int fd = m_hFile;
     m_hFile = hFileNull;
     m_nPos = 0;
@@ -154,6 +167,7 @@ void CFile::SetLength(DWORD length) {
         throw CFileException(CFileException::diskFull, EFBIG, m_strFileName);
     FlushWriteBehind();
     dorvik::AllowFileCall(FileCall::truncate, 0);
+    g_lengthChanges.fetch_add(1, std::memory_order_relaxed);
     int rc;
     do {
         rc = ::ftruncate(m_hFile, static_cast<off_t>(length));
@@ -162,8 +176,41 @@ void CFile::SetLength(DWORD length) {
     if (rc != 0) ThrowOsError(errno == EINVAL || errno == EBADF ? EACCES : errno);
 }
 
+bool CFile::ReadMapped(void* buffer, UINT count) {
+    if (!m_bReadOnly) return false;  // an object that writes reads its own writes by pread
+    if (m_pMap && m_nMapChanges != g_lengthChanges.load(std::memory_order_relaxed)) Unmap();
+    if (!m_pMap && !m_bMapTried) Map();
+    if (!m_pMap || m_nPos + count > m_nMapLength) return false;
+    std::memcpy(buffer, m_pMap + m_nPos, count);
+    m_nPos += count;
+    return true;
+}
+
+void CFile::Map() {
+    m_bMapTried = true;
+    struct stat st;
+    if (::fstat(m_hFile, &st) != 0 || st.st_size < kMapAtLeast || st.st_size > kMaxFileLength)
+        return;
+    std::uint64_t changes = g_lengthChanges.load(std::memory_order_relaxed);
+    void* map =
+        ::mmap(nullptr, static_cast<std::size_t>(st.st_size), PROT_READ, MAP_SHARED, m_hFile, 0);
+    if (map == MAP_FAILED) return;  // reads go on by pread
+    m_pMap = static_cast<const unsigned char*>(map);
+    m_nMapLength = st.st_size;
+    m_nMapChanges = changes;
+}
+
+void CFile::Unmap() {
+    if (m_pMap)
+        ::munmap(const_cast<unsigned char*>(m_pMap), static_cast<std::size_t>(m_nMapLength));
+    m_pMap = nullptr;
+    m_nMapLength = 0;
+    m_bMapTried = false;  // a later read maps the file as it is then
+}
+
 UINT CFile::Read(void* buffer, UINT count) {
     CheckOpen();
+    if (count > 0 && ReadMapped(buffer, count)) return count;
     FlushWriteBehind();
     count = dorvik::AllowFileCall(FileCall::read, count);
     UINT done = 0;

@@ -13,20 +13,28 @@
 
 #include "dorvik/Exceptions.h"
 #include "dorvik/Platform.h"
+#include "frame/Block.h"
 
 namespace dorvik::classic {
 namespace {
 std::atomic<std::size_t> g_blockLimit{SIZE_MAX};
 
 bool OverLimit(std::size_t size) { return size > g_blockLimit.load(std::memory_order_relaxed); }
+
+// Zeros what the allocator gave beyond `size` (the invariant above); null stays null.
+void* ClearTail(void* block, std::size_t size) {
+    if (!block) return nullptr;
+    std::size_t usable = malloc_usable_size(block);
+    if (usable > size) std::memset(static_cast<char*>(block) + size, 0, usable - size);
+    return block;
+}
 }  // namespace
 
 void* GrabBlock(std::size_t size) {
     if (OverLimit(size)) return nullptr;
-    void* block = std::malloc(size ? size : 1);
-    if (!block) return nullptr;
-    std::memset(block, 0, malloc_usable_size(block));
-    return block;
+    // calloc knows when the memory is fresh from the system and zero already: a large
+    // block then costs no writing, and its pages are touched only where it is used.
+    return ClearTail(std::calloc(size ? size : 1, 1), size);
 }
 
 void* RegrowBlock(void* block, std::size_t size) {
@@ -50,3 +58,8 @@ void DropBlock(void* block) { std::free(block); }
 std::size_t DorvikSetBlockLimit(std::size_t limit) { return g_blockLimit.exchange(limit); }
 
 }  // namespace dorvik::classic
+
+void* dorvik::GrabUnfilledBlock(std::size_t size) {
+    if (classic::OverLimit(size)) return nullptr;
+    return classic::ClearTail(std::malloc(size ? size : 1), size);
+}

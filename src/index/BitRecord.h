@@ -4,6 +4,7 @@
 
 #include <bit>
 #include <cstddef>
+#include <vector>
 
 #include "bits/CompressedForm.h"
 #include "dorvik/BitArray.h"
@@ -128,6 +129,33 @@ void Accumulate(int count, CBitArray& result, bool unite, int limit, Read read) 
             if (limit < 0 || limit > result.GetLength()) limit = result.GetLength();
         }
     }
+}
+
+// The intersection of `count` stored records into `result`, which comes back
+// uncompressed: the same bits and length as Accumulate with `unite` false gives, but
+// worked out on the compressed forms, so that zero runs cost nothing to either side.
+// readStored(k, buffer, length) delivers the k-th record as stored (a GrabBlock block,
+// or null and 0). Reading stops at the first empty record, which empties the result.
+template <class ReadStored>
+void IntersectStored(int count, CBitArray& result, int limit, ReadStored readStored) {
+    result.FreeBuffer();
+    result.SetCompressed(false);
+    std::vector<Block<>> held;
+    std::vector<form::FormSpan> forms;
+    for (int k = 0; k < count; ++k) {
+        unsigned char* buffer = nullptr;
+        int length = 0;
+        readStored(k, buffer, length);
+        held.push_back(Hold(buffer));
+        if (!buffer || length <= 0) {
+            result.Attach(nullptr, 0);
+            return;
+        }
+        forms.push_back({buffer, static_cast<std::size_t>(length)});
+    }
+    int length = 0;
+    Block<> plain = form::IntersectForms(forms.data(), forms.size(), limit, length);
+    AttachRecord(result, plain.release(), length);
 }
 
 }  // namespace dorvik

@@ -112,6 +112,12 @@ void CBitsBinFile::Add(CBitArray* bits) {
 }
 
 void CBitsBinFile::GetRecords(int count, int* records, CBitArray& result, bool unite, int limit) {
+    if (!unite && count >= 2) {
+        dorvik::IntersectStored(count, result, limit, [&](int k, unsigned char*& b, int& n) {
+            CBinFile::GetRecord(records[k], b, n, true);
+        });
+        return;
+    }
     dorvik::Accumulate(count, result, unite, limit,
                        [&](int k, CBitArray& bits, int cut) { GetRecord(records[k], bits, cut); });
 }

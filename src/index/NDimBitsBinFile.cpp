@@ -58,6 +58,13 @@ void CNDimBitsBinFile::GetRecords(int dim, int* indices, int count, int* records
     if (dim < 0) return;
     std::vector<int> path(indices, indices + dim);
     path.push_back(0);
+    if (!unite && count >= 2) {
+        dorvik::IntersectStored(count, result, limit, [&](int k, unsigned char*& b, int& n) {
+            path[static_cast<std::size_t>(dim)] = records[k];
+            CNDimBinFile::GetRecord(dim + 1, path.data(), b, n);
+        });
+        return;
+    }
     dorvik::Accumulate(count, result, unite, limit, [&](int k, CBitArray& bits, int cut) {
         path[static_cast<std::size_t>(dim)] = records[k];
         GetRecord(dim + 1, path.data(), bits, cut);

@@ -252,8 +252,10 @@ void CBinFile::GetRecords(int first, int last, unsigned char*& buffer, int& leng
     // failure leaves the caller's buffer as it was and no block behind.
     Seek(static_cast<LONG>(start), begin);
     if (allocate) {
-        dorvik::Block<> held = dorvik::GrabOrThrow(n + 1);
-        Read(held.get(), n);
+        // The read fills the block; what a short read leaves, and the last byte, read 0.
+        dorvik::Block<> held = dorvik::GrabUnfilledOrThrow(n + 1);
+        UINT got = Read(held.get(), n);
+        std::memset(held.get() + got, 0, n + 1 - got);
         buffer = held.release();
         length = static_cast<int>(n);
         return;

@@ -12,7 +12,7 @@
 
 namespace dorvik {
 
-class CachedIndex;
+class CellCache;
 
 // The dictionary open, the wildcard index in memory with each cell expanded at most
 // once, the frequencies read whole, and the latest words with their answers (up to
@@ -32,6 +32,7 @@ public:
     // DiacritizeBuffer says. `buffer` must be writable for the call and is whole after.
     void Buffer(char* buffer, std::string& result);
     // Replaces `word` by its chosen form; false leaves it unchanged, as DiacritizeWord.
+    // `word` holds no delimiter (no wildcard either): it is one word of a text.
     bool Word(CString& word);
     // The number of forms, and the length of the longest one in bytes.
     int FormCount();
@@ -39,7 +40,7 @@ public:
 
 private:
     CTextBinFile m_dictionary;
-    std::unique_ptr<CachedIndex> m_index;
+    std::unique_ptr<CellCache> m_index;
     std::vector<int> m_frequencies;
     std::unordered_map<std::string, std::string> m_seen;
     int m_longest = -1;

@@ -5,13 +5,17 @@
 // that is not a mark) after c letters has level c; a mark after c letters and r marks
 // on the last letter has level 2c + r.
 #include <cctype>
+#include <cstddef>
 #include <cstring>
 #include <vector>
 
+#include "bits/CompressedForm.h"
 #include "dorvik/BitArray.h"
 #include "dorvik/Collections.h"
 #include "dorvik/NDimBitsBinFile.h"
 #include "dorvik/TextBinFile.h"
+#include "frame/Block.h"
+#include "text/WildCardSearch.h"
 
 namespace dorvik::classic {
 const char DiacriticMarks[9] = {'\xF3', '\xF0', '\xF5', '\xF1', '\xF6',
@@ -66,6 +70,33 @@ private:
     std::vector<std::vector<std::vector<DWORD>>> m_levels;
 };
 
+// The cell (levelKey, byte) as stored, compressed; empty when the index has none.
+struct StoredCell {
+    dorvik::Block<> bytes;
+    int length = 0;
+};
+
+StoredCell ReadCell(CNDimBitsBinFile& index, int levelKey, int byte) {
+    StoredCell cell;
+    int path[] = {levelKey, byte};
+    unsigned char* raw = nullptr;
+    index.CNDimBinFile::GetRecord(2, path, raw, cell.length);
+    cell.bytes.reset(raw);
+    if (!raw) cell.length = 0;
+    return cell;
+}
+
+// The AND of the cells, worked out on their compressed forms.
+void IntersectCells(const std::vector<StoredCell>& cells, CBitArray& words) {
+    std::vector<dorvik::form::FormSpan> forms;
+    for (const StoredCell& c : cells)
+        forms.push_back({c.bytes.get(), static_cast<std::size_t>(c.length)});
+    int length = 0;
+    dorvik::Block<> plain = dorvik::form::IntersectForms(forms.data(), forms.size(), -1, length);
+    words.FreeBuffer();
+    if (length > 0) words.Attach(plain.release(), length);
+}
+
 // W becomes `cell` when W is empty, else W AND `cell`.
 void Narrow(CBitArray& words, const CBitArray& cell) {
     if (words.GetLength() == 0) {
@@ -85,22 +116,17 @@ void CTextBinFile::IndexForWildCards(CBinFile* file, const char* marks,
         if (progress && !progress(i, n)) break;
         GetString(i, text, false);
         if (text.IsEmpty()) continue;
-        int letters = 0, marksSince = 0;
+        WordLevels levels;
         for (const unsigned char* p =
                  reinterpret_cast<const unsigned char*>(static_cast<const char*>(text));
              *p; ++p) {
             bool mark = IsIn(marks, *p);
-            int level = mark ? 2 * letters + marksSince : letters;
+            int level = levels.Level(mark);
             if (level > kMaxLevel) continue;  // too deep: skipped, the counters stay
             cells.Add(level + 1, *p, static_cast<DWORD>(i));
-            if (mark) {
-                ++marksSince;
-            } else {
-                ++letters;
-                marksSince = 0;
-            }
+            levels.Advance(mark);
         }
-        cells.Add(0, letters, static_cast<DWORD>(i));
+        cells.Add(0, levels.Letters(), static_cast<DWORD>(i));
     }
     CBitArrayCollection collection;
     cells.Fill(collection, n);
@@ -127,31 +153,43 @@ int CTextBinFile::Find(const char* path, const char* pattern, Operation op, cons
 int CTextBinFile::FindTokenForWildCards(CNDimBitsBinFile* index, const char* pattern, Operation op,
                                         const char* marks, bool ignoreCase, int startLevel,
                                         CBitArray& result) {
+    return FindWildCards(*this, index, pattern, op, marks, ignoreCase, startLevel, result, false);
+}
+
+int FindWildCards(CTextBinFile& text, CNDimBitsBinFile* index, const char* pattern, Operation op,
+                  const char* marks, bool ignoreCase, int startLevel, CBitArray& result,
+                  bool plain) {
     if (!pattern) {
-        GetRecordsBitmap(result);
-        if (op == opEqual) result.Invert(GetRecordCount());
+        text.GetRecordsBitmap(result);
+        if (op == opEqual) result.Invert(text.GetRecordCount());
         return 1;
     }
     result.FreeBuffer();
     if (!*pattern) return -1;
+    // Cells are read as stored and intersected on their compressed forms; a pattern
+    // that folds case takes two cells per byte and goes the plain way.
+    if (ignoreCase) plain = true;
     const auto* rest = reinterpret_cast<const unsigned char*>(pattern);
     int firstLevel = startLevel;
     int endLevel = startLevel + 1;
     if (*rest == '*') {
         while (*rest == '*') ++rest;
         if (!*rest && startLevel == 0) {
-            if (GetRecordCount() > 0) result.SetRange(0, GetRecordCount() - 1);
+            if (text.GetRecordCount() > 0) result.SetRange(0, text.GetRecordCount() - 1);
             return 1;
         }
         int lengthKey[] = {0};
         endLevel = index->GetRecordCount(1, lengthKey);
     }
     CBitArray words(false), cell(false);
+    std::vector<StoredCell> cells;
     for (int level = firstLevel; level < endLevel; ++level) {
         int p = level, r = 0;
         words.FreeBuffer();
+        cells.clear();
         bool checkLength = *rest != 0;
         bool lastLevel = false;
+        bool emptied = false;  // a cell left no word: the level contributes nothing
         for (const unsigned char* q = rest; *q; ++q) {
             if (*q == '?' || *q == kArabicQuestionMark) {
                 ++p;
@@ -161,11 +199,19 @@ int CTextBinFile::FindTokenForWildCards(CNDimBitsBinFile* index, const char* pat
             if (*q == '*') {
                 checkLength = false;
                 if (q[1] == 0) break;  // the last character: any ending
+                if (!cells.empty()) {
+                    IntersectCells(cells, words);
+                    cells.clear();
+                    if (words.GetLength() == 0) {
+                        emptied = true;  // the star is not reached
+                        break;
+                    }
+                }
                 // Any other star, a second one at the end included, matches the rest of
                 // the pattern from the letter reached, and ends the start levels.
                 lastLevel = true;
-                if (FindTokenForWildCards(index, reinterpret_cast<const char*>(q), op, marks,
-                                          ignoreCase, p, cell) == -1) {
+                if (FindWildCards(text, index, reinterpret_cast<const char*>(q), op, marks,
+                                  ignoreCase, p, cell, plain) == -1) {
                     words.FreeBuffer();
                 } else {
                     Narrow(words, cell);
@@ -180,6 +226,15 @@ int CTextBinFile::FindTokenForWildCards(CNDimBitsBinFile* index, const char* pat
                 levelKey = p + 1;
                 ++p;
                 r = 0;
+            }
+            if (!plain) {
+                cells.push_back(ReadCell(*index, levelKey, *q));
+                if (cells.back().length == 0) {
+                    emptied = true;
+                    checkLength = false;
+                    break;
+                }
+                continue;
             }
             int keys[2] = {*q, *q};
             int keyCount = 1;
@@ -197,16 +252,23 @@ int CTextBinFile::FindTokenForWildCards(CNDimBitsBinFile* index, const char* pat
                 break;
             }
         }
-        if (checkLength) {
+        if (checkLength && !plain) {
+            cells.push_back(ReadCell(*index, 0, p));
+            if (cells.back().length == 0) emptied = true;
+        } else if (checkLength) {
             int path[] = {0, p};
             index->GetRecord(2, path, cell, words.GetLength() ? words.GetLength() : -1);
             Narrow(words, cell);
         }
+        if (emptied)
+            words.FreeBuffer();
+        else if (!cells.empty())
+            IntersectCells(cells, words);
         if (words.GetLength() != 0) result |= words;
         if (lastLevel) break;
     }
     if (startLevel == 0 && (op & (opEqual | opNot)) == (opEqual | opNot))
-        result.Invert(GetRecordCount());
+        result.Invert(text.GetRecordCount());
     return result.IsEmpty() ? -1 : 1;
 }
 
