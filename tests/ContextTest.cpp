@@ -35,8 +35,11 @@ std::vector<std::vector<std::string>> PairsOf(const std::filesystem::path& folde
         for (int k = 3; k >= 0; --k) v = (v << 8) | bytes[i + static_cast<std::size_t>(k)];
         return v;
     };
+    auto form = [&](std::uint32_t id) {
+        return id == 0xFFFFFFFF ? std::string("|") : forms.word(id);
+    };
     for (std::size_t i = 0; i + 12 <= bytes.size(); i += 12)
-        pairs.push_back({forms.word(at(i)), forms.word(at(i + 4)), std::to_string(at(i + 8))});
+        pairs.push_back({form(at(i)), form(at(i + 4)), std::to_string(at(i + 8))});
     return pairs;
 }
 
@@ -53,11 +56,16 @@ const std::vector<std::string> kStems = {
 
 TEST(ContextBuild, CountsPairsOfWordsWithOnlyBlanksBetween) {
     TempDir dir;
-    // Pieces may end between words; a line end or punctuation ends a sentence.
+    // Pieces may end between words; a line end or punctuation ends a sentence, and so
+    // does the end of the text ("|": the boundary).
     std::filesystem::path folder = BuildText(dir, {"قَالَ مَنْ\tقَالَ مَنْ ", "قَالَ\nمِنْ، قَالَ"});
     EXPECT_EQ(PairsOf(folder), (std::vector<std::vector<std::string>>{
                                    {"قَالَ", "مَنْ", "2"},
+                                   {"قَالَ", "|", "2"},
                                    {"مَنْ", "قَالَ", "2"},
+                                   {"مِنْ", "|", "1"},
+                                   {"|", "قَالَ", "2"},
+                                   {"|", "مِنْ", "1"},
                                }));
     dorvik::ContextDiacritizer context(folder);
     EXPECT_TRUE(context.has_context());
@@ -72,6 +80,8 @@ TEST(ContextBuild, CountsPairsOfWordsWithOnlyBlanksBetween) {
     WriteAll((folder / "forms.pair").string(), Words({0, 1}));
     EXPECT_THROW(dorvik::ContextDiacritizer{folder}, dorvik::Error);
     WriteAll((folder / "forms.pair").string(), Words({0, 99, 1}));
+    EXPECT_THROW(dorvik::ContextDiacritizer{folder}, dorvik::Error);
+    WriteAll((folder / "forms.pair").string(), Words({0, 0xFFFFFFFE, 1}));
     EXPECT_THROW(dorvik::ContextDiacritizer{folder}, dorvik::Error);
 }
 

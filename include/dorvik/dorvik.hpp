@@ -555,6 +555,7 @@ __attribute__((visibility("default"))) std::vector<std::string_view> split_words
 //   forms.wild   its wildcard index
 //   forms.freq   4-byte little-endian frequencies, entry i for form i; a form without
 //                an entry is never chosen
+//   forms.pair   optional, read by ContextDiacritizer only (described there)
 //   manifest.json  optional; written and read by tools, never by the library
 // Builder makes such a folder; the classic DiacritizeBuffer reads the same three
 // files (forms.bin, forms.wild, forms.freq).
@@ -665,7 +666,9 @@ public:
         // Adds each word of a marked text, as split_words() cuts it, with a count of 1:
         // the way to count the forms of a corpus. Two words with only blanks and tabs
         // between them (also across calls: text may come in pieces cut anywhere between
-        // words) count as a pair for forms.pair. Returns the number of words. Throws as
+        // words) count as a pair for forms.pair, and so do the sentence boundary and the
+        // first word of a sentence, and its last word and the boundary; any other
+        // delimiter, and finish(), end a sentence. Returns the number of words. Throws as
         // add() and split_words() do; the words before a failing one stay added.
         std::size_t add_text(std::string_view text);
         // The number of distinct forms added so far.
@@ -711,9 +714,10 @@ private:
 //
 // forms.pair, written by Diacritizer::Builder: the classic CIXFile of 4-byte records
 // (the format of forms.freq), three records per pair: the form id on the left, the form
-// id on the right, and how often the right one followed the left one; sorted by left
-// then right id, each pair once. Without the file the context step is skipped (each
-// word takes its most frequent form).
+// id on the right, and how often the right one followed the left one; -1 stands for
+// the sentence boundary (on the left its start, on the right its end). Sorted by left
+// then right id read as unsigned numbers (-1 last), each pair once. Without the file
+// the context step is skipped (each word takes its most frequent form).
 //
 // One thread at a time (it keeps the candidates of the words seen).
 class __attribute__((visibility("default"))) ContextDiacritizer {

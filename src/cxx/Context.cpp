@@ -170,6 +170,11 @@ struct ContextDiacritizer::Impl {
     // Per left form with pairs: log(pairs after it + kinds after it), and the log weight
     // of the single counts, log(kinds / (pairs + kinds)).
     std::vector<float> logTotal, logWeight;
+    // The sentence boundary, as a form number past the last form: the start as a left
+    // form, the end (this candidate) as a right one.
+    int boundary = 0;
+    struct Candidate;
+    std::unique_ptr<Candidate> sentenceEnd;
     // The Viterbi tables, kept between sentences.
     mutable std::vector<double> score;
     mutable std::vector<std::uint8_t> from;
@@ -205,13 +210,20 @@ void ContextDiacritizer::Impl::LoadPairs(const std::filesystem::path& path) {
     int forms = files->FormCount();
     if (records.size() % 3 != 0)
         throw cxx::MakeError(ErrorCode::invalid_file, "not whole pairs", path);
-    std::vector<std::uint64_t> leftTotal(static_cast<std::size_t>(forms), 0);
-    leftTypes.assign(static_cast<std::size_t>(forms), 0);
+    boundary = forms;
+    std::vector<std::uint64_t> leftTotal(static_cast<std::size_t>(forms) + 1, 0);
+    leftTypes.assign(static_cast<std::size_t>(forms) + 1, 0);
     pairs.reserve(records.size() / 3);
+    double ends = 0;
     for (std::size_t i = 0; i < records.size(); i += 3) {
         int left = records[i], right = records[i + 1], count = records[i + 2];
-        if (left < 0 || left >= forms || right < 0 || right >= forms || count < 0)
+        if (left < -1 || left >= forms || right < -1 || right >= forms || count < 0)
             throw cxx::MakeError(ErrorCode::invalid_file, "a pair out of range", path);
+        if (left < 0) left = boundary;
+        if (right < 0) {
+            right = boundary;
+            ends += count;
+        }
         pairs[(static_cast<std::uint64_t>(left) << 32) | static_cast<std::uint32_t>(right)] =
             static_cast<std::uint32_t>(count);
         leftTotal[static_cast<std::size_t>(left)] += static_cast<std::uint64_t>(count);
@@ -225,6 +237,8 @@ void ContextDiacritizer::Impl::LoadPairs(const std::filesystem::path& path) {
         logTotal[i] = static_cast<float>(std::log(after + types));
         logWeight[i] = static_cast<float>(std::log(types / (after + types)));
     }
+    double pEnd = (ends + 0.5) / (total + 0.5 * vocabulary);
+    sentenceEnd = std::make_unique<Candidate>(Candidate{{}, boundary, std::log(pEnd), pEnd});
     context = true;
 }
 
@@ -430,10 +444,14 @@ void ContextDiacritizer::Impl::Decode(std::vector<const std::vector<Candidate>*>
         for (std::size_t k = 0; k < here.size(); ++k) {
             double& best = score[K * i + k];
             if (i == 0) {
-                best = here[k].unigram;
+                best = Transition(boundary, here[k]);
                 continue;
             }
             const std::vector<Candidate>& before = *sentence[i - 1];
+            if (before.size() == 1 && here.size() == 1) {
+                best = score[K * (i - 1)];  // every path goes through both: no choice here
+                continue;
+            }
             for (std::size_t j = 0; j < before.size(); ++j) {
                 double s = score[K * (i - 1) + j] + Transition(before[j].id, here[k]);
                 if (s > best) {  // greater: the more frequent earlier candidate wins ties
@@ -444,9 +462,15 @@ void ContextDiacritizer::Impl::Decode(std::vector<const std::vector<Candidate>*>
         }
     }
     std::size_t last = sentence.size() - 1;
-    auto row = score.begin() + static_cast<std::ptrdiff_t>(K * last);
-    auto k = static_cast<std::size_t>(
-        std::max_element(row, row + static_cast<std::ptrdiff_t>(sentence[last]->size())) - row);
+    std::size_t k = 0;
+    double best = -INFINITY;
+    for (std::size_t j = 0; j < sentence[last]->size(); ++j) {
+        double s = score[K * last + j] + Transition((*sentence[last])[j].id, *sentenceEnd);
+        if (s > best) {
+            best = s;
+            k = j;
+        }
+    }
     chosen.assign(sentence.size(), nullptr);
     for (std::size_t i = last + 1; i-- > 0;) {
         chosen[i] = &(*sentence[i])[k].text;
@@ -455,39 +479,34 @@ void ContextDiacritizer::Impl::Decode(std::vector<const std::vector<Candidate>*>
 }
 
 std::string ContextDiacritizer::Impl::Run(std::string_view text) {
-    // The text cut into pieces: words (Windows-1256) and what lies between (UTF-8 as it
-    // stands); `words` holds the pieces that are words, by sentence.
-    struct Piece {
-        std::string text;
-        bool word;
-    };
-    std::vector<Piece> pieces;
-    std::string out;
-    std::vector<std::size_t> words;
+    // A sentence is held as the text between its words (views into `text`, one before
+    // each word and one after the last) and the candidates of its words.
+    std::vector<std::string_view> between;
     std::vector<const std::vector<Candidate>*> sentence;
     std::vector<const std::string*> chosen;
-    auto endSentence = [&] {
+    std::string out;
+    out.reserve(text.size() + text.size() / 2);
+    std::size_t gap = 0;  // where the text after the last word starts
+    auto endSentence = [&](std::size_t end) {
         // The candidate lists stay put: `seen` is only cleared between sentences.
         Decode(sentence, chosen);
-        for (std::size_t i = 0; i < words.size(); ++i) pieces[words[i]].text = *chosen[i];
-        for (const Piece& p : pieces) {
-            if (p.word)
-                cxx::AppendUtf8(out, p.text);
-            else
-                out += p.text;
+        for (std::size_t i = 0; i < sentence.size(); ++i) {
+            out += between[i];
+            cxx::AppendUtf8(out, *chosen[i]);
         }
-        pieces.clear();
-        words.clear();
+        out += text.substr(gap, end - gap);
+        gap = end;
+        between.clear();
         sentence.clear();
     };
-    std::size_t at = 0;
+    std::size_t at = 0, wordStart = 0;
     std::string word;
     auto endWord = [&] {
         if (word.empty()) return;
-        if (seen.size() >= Diacritization::kSeenWords && !seen.count(word)) endSentence();
+        if (seen.size() >= Diacritization::kSeenWords && !seen.count(word)) endSentence(wordStart);
         sentence.push_back(&CandidatesOf(word));
-        words.push_back(pieces.size());
-        pieces.push_back({word, true});
+        between.push_back(text.substr(gap, wordStart - gap));
+        gap = at;
         word.clear();
     };
     while (at < text.size()) {
@@ -495,19 +514,18 @@ std::string ContextDiacritizer::Impl::Run(std::string_view text) {
         if (c.length <= 0)
             throw cxx::MakeError(ErrorCode::bad_text,
                                  "invalid UTF-8 at byte " + std::to_string(at));
-        std::string_view raw = text.substr(at, static_cast<std::size_t>(c.length));
-        at += static_cast<std::size_t>(c.length);
         if (!cxx::EndsWord(c.byte)) {
+            if (word.empty()) wordStart = at;
             word += static_cast<char>(c.byte);
+            at += static_cast<std::size_t>(c.length);
             continue;
         }
         endWord();
-        if (pieces.empty() || pieces.back().word) pieces.push_back({{}, false});
-        pieces.back().text.append(raw);
-        if (c.byte != ' ' && c.byte != '\t') endSentence();
+        at += static_cast<std::size_t>(c.length);
+        if (c.byte != ' ' && c.byte != '\t') endSentence(at);
     }
     endWord();
-    endSentence();
+    endSentence(text.size());
     return out;
 }
 

@@ -320,13 +320,31 @@ std::optional<std::string> Diacritizer::lookup(std::string_view word) const {
 
 // ---- Building a folder -------------------------------------------------------------
 
+namespace {
+// The sentence boundary in forms.pair: its start on the left, its end on the right.
+constexpr std::uint32_t kBoundary = 0xFFFFFFFF;
+}  // namespace
+
 struct Diacritizer::Builder::Impl {
     std::filesystem::path folder, work;
     Dictionary forms;
     std::vector<std::uint32_t> counts;
     // How often form (key >> 32) was followed by form (key & 0xFFFFFFFF).
     std::unordered_map<std::uint64_t, std::uint32_t> pairs;
-    std::int64_t last = -1;  // the form before the blanks that end the text so far
+    // The form before the blanks that end the text so far; kBoundary when a sentence
+    // starts (at the beginning, or after a delimiter other than blanks).
+    std::uint32_t last = kBoundary;
+
+    // Counts `right` after `left` (either may be kBoundary).
+    void Pair(std::uint32_t left, std::uint32_t right) {
+        std::uint32_t& n = pairs[(std::uint64_t{left} << 32) | right];
+        if (n < INT_MAX) ++n;
+    }
+    // Ends the sentence: its last form is followed by the boundary.
+    void EndSentence() {
+        if (last != kBoundary) Pair(last, kBoundary);
+        last = kBoundary;
+    }
 
     // Adds `count` to `form`; returns its id.
     std::size_t Add(std::string_view form, std::uint32_t count);
@@ -393,17 +411,13 @@ std::size_t Diacritizer::Builder::add_text(std::string_view text) {
     std::size_t end = 0;  // of the previous word in `text`
     for (std::string_view word : words) {
         std::size_t start = static_cast<std::size_t>(word.data() - text.data());
-        if (!OnlyBlanks(text.substr(end, start - end))) impl_->last = -1;
-        auto id = static_cast<std::int64_t>(impl_->Add(word, 1));
-        if (impl_->last >= 0) {
-            std::uint32_t& n = impl_->pairs[(static_cast<std::uint64_t>(impl_->last) << 32) |
-                                            static_cast<std::uint64_t>(id)];
-            if (n < INT_MAX) ++n;
-        }
+        if (!OnlyBlanks(text.substr(end, start - end))) impl_->EndSentence();
+        auto id = static_cast<std::uint32_t>(impl_->Add(word, 1));
+        impl_->Pair(impl_->last, id);
         impl_->last = id;
         end = start + word.size();
     }
-    if (!OnlyBlanks(text.substr(end))) impl_->last = -1;
+    if (!OnlyBlanks(text.substr(end))) impl_->EndSentence();
     return words.size();
 }
 
@@ -422,6 +436,7 @@ void Diacritizer::Builder::finish(const Progress& progress) {
     std::unique_ptr<Impl> impl = std::move(impl_);
     try {
         cxx::ProgressScope scope(progress);
+        impl->EndSentence();
         impl->forms.close();
         std::filesystem::path frequencies = impl->work / Files::frequencies;
         Guard(frequencies, [&] {

@@ -109,6 +109,24 @@ std::string Report(const dorvik::MarkErrors& e, const Examples& examples, bool j
     return out + text;
 }
 
+// Calls `score` with each piece of the gold texts, normalised. Each piece ends at a word
+// end, so it can be restored on its own.
+void ForEachGold(const EvalOptions& options, const std::function<void(const std::string&)>& score) {
+    for (const std::string& name : options.gold) {
+        Input input(name);
+        dorvik::CorpusNormalizer normalizer;
+        try {
+            for (std::string_view piece; !(piece = input.Next()).empty();)
+                score(normalizer.feed(options.encoding == Encoding::cp1256
+                                          ? dorvik::from_cp1256(piece)
+                                          : std::string(piece)));
+            score(normalizer.finish() + "\n");
+        } catch (const dorvik::Error& e) {
+            throw Failure(kDataError, Describe(e, input.Name()));
+        }
+    }
+}
+
 // The figures of the three ways side by side: the classic look-up, the back-off, and
 // the back-off with the context, each with its words per second.
 struct Way {
@@ -181,29 +199,16 @@ int RunContext(const EvalOptions& options) {
         [&](const std::string& bare) { return backoff.diacritize(bare); },
         [&](const std::string& bare) { return context.diacritize(bare); },
     };
-    for (const std::string& name : options.gold) {
-        Input input(name);
-        dorvik::CorpusNormalizer normalizer;
-        auto score = [&](const std::string& gold) {
-            std::string bare = dorvik::strip_marks(gold);
-            for (std::size_t k = 0; k < ways.size(); ++k) {
-                auto start = std::chrono::steady_clock::now();
-                std::string restored = restore[k](bare);
-                ways[k].seconds +=
-                    std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-                ways[k].errors += dorvik::compare_marks(gold, restored);
-            }
-        };
-        try {
-            for (std::string_view piece; !(piece = input.Next()).empty();)
-                score(normalizer.feed(options.encoding == Encoding::cp1256
-                                          ? dorvik::from_cp1256(piece)
-                                          : std::string(piece)));
-            score(normalizer.finish() + "\n");
-        } catch (const dorvik::Error& e) {
-            throw Failure(kDataError, Describe(e, input.Name()));
+    ForEachGold(options, [&](const std::string& gold) {
+        std::string bare = dorvik::strip_marks(gold);
+        for (std::size_t k = 0; k < ways.size(); ++k) {
+            auto start = std::chrono::steady_clock::now();
+            std::string restored = restore[k](bare);
+            ways[k].seconds +=
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            ways[k].errors += dorvik::compare_marks(gold, restored);
         }
-    }
+    });
     Output output("-", false);
     output.Write(SideBySide(ways, options.json));
     return 0;
@@ -214,26 +219,12 @@ int Run(const EvalOptions& options) {
     dorvik::Diacritizer diacritizer = OpenFolder(options.folder);
     dorvik::MarkErrors errors;
     Examples examples(options.examples);
-    for (const std::string& name : options.gold) {
-        Input input(name);
-        dorvik::CorpusNormalizer normalizer;
-        // Each normalised piece ends at a word end, so it can be restored on its own.
-        auto score = [&](const std::string& gold) {
-            std::string bare = dorvik::strip_marks(gold);
-            std::string restored = diacritizer.diacritize(bare);
-            errors += dorvik::compare_marks(gold, restored);
-            examples.Add(bare, restored, gold);
-        };
-        try {
-            for (std::string_view piece; !(piece = input.Next()).empty();)
-                score(normalizer.feed(options.encoding == Encoding::cp1256
-                                          ? dorvik::from_cp1256(piece)
-                                          : std::string(piece)));
-            score(normalizer.finish() + "\n");
-        } catch (const dorvik::Error& e) {
-            throw Failure(kDataError, Describe(e, input.Name()));
-        }
-    }
+    ForEachGold(options, [&](const std::string& gold) {
+        std::string bare = dorvik::strip_marks(gold);
+        std::string restored = diacritizer.diacritize(bare);
+        errors += dorvik::compare_marks(gold, restored);
+        examples.Add(bare, restored, gold);
+    });
     Output output("-", false);
     output.Write(Report(errors, examples, options.json));
     return 0;
