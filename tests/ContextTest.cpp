@@ -156,6 +156,12 @@ TEST(ContextChoice, StreamsLikeTheWholeText) {
         pieces += context.finish();
         EXPECT_EQ(pieces, whole) << "cut at " << cut;
     }
+    // Text without a blank or a line end is not held back past 1 MiB or so.
+    std::string letters;
+    for (int i = 0; i < 700000; ++i) letters += "ب";
+    std::string out = context.feed(letters);
+    EXPECT_GT(out.size(), std::size_t{1} << 19);
+    EXPECT_EQ(out + context.finish(), letters);
     EXPECT_THROW(context.diacritize("من \xFF"), dorvik::Error);
     EXPECT_EQ(context.diacritize(""), "");
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -186,6 +187,8 @@ struct ContextDiacritizer::Impl {
         double p;          // P(form)
     };
     std::unordered_map<std::string, std::vector<Candidate>> seen;
+    // The candidates of the words of the sentence longer than any form.
+    std::deque<std::vector<Candidate>> overlong;
     std::string held;
     // The stems looked up by the back-off: the best form and its frequency (-1: none).
     std::unordered_map<std::string, std::pair<int, std::string>> stems;
@@ -403,11 +406,16 @@ const std::vector<ContextDiacritizer::Impl::Candidate>& ContextDiacritizer::Impl
     const std::string& word) {
     auto at = seen.find(word);
     if (at != seen.end()) return at->second;
-    if (seen.size() >= Diacritization::kSeenWords) seen.clear();
-    std::vector<Candidate> candidates;
     std::size_t letters = 0;
     for (char c : word) letters += !cxx::IsMark(static_cast<unsigned char>(c));
-    if (letters <= longest) {
+    if (letters > longest) {
+        // No form is that long: the word stays as it is, and is not kept (it may be long).
+        overlong.push_back({{word, -1, 0, 1}});
+        return overlong.back();
+    }
+    if (seen.size() >= Diacritization::kSeenWords) seen.clear();
+    std::vector<Candidate> candidates;
+    {
         std::vector<int> ids;
         files->Candidates(word.c_str(), ids);
         // Most frequent first, the lowest id first among equals (the classic choice).
@@ -498,6 +506,7 @@ std::string ContextDiacritizer::Impl::Run(std::string_view text) {
         gap = end;
         between.clear();
         sentence.clear();
+        overlong.clear();
     };
     std::size_t at = 0, wordStart = 0;
     std::string word;
@@ -569,7 +578,17 @@ std::string ContextDiacritizer::feed(std::string_view piece) {
     std::string& held = impl_->held;
     held.append(piece);
     std::size_t end = held.rfind('\n');
-    if (end == std::string::npos && held.size() > (std::size_t{1} << 20)) end = held.rfind(' ');
+    if (end == std::string::npos && held.size() > (std::size_t{1} << 20)) {
+        end = held.rfind(' ');
+        if (end == std::string::npos) {
+            // No blank in 1 MiB: a word longer than any form, which stays as it is; cut it
+            // before its last character, so that what is held back stays bounded.
+            std::size_t cut = held.size() - 1;
+            while (cut > 0 && (static_cast<unsigned char>(held[cut]) & 0xC0) == 0x80) --cut;
+            if (cut == 0) return {};
+            end = cut - 1;
+        }
+    }
     if (end == std::string::npos) return {};
     std::string text = held.substr(0, end + 1);
     held.erase(0, end + 1);
