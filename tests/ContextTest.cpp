@@ -83,6 +83,8 @@ TEST(ContextBuild, CountsPairsOfWordsWithOnlyBlanksBetween) {
     EXPECT_THROW(dorvik::ContextDiacritizer{folder}, dorvik::Error);
     WriteAll((folder / "forms.pair").string(), Words({0, 0xFFFFFFFE, 1}));
     EXPECT_THROW(dorvik::ContextDiacritizer{folder}, dorvik::Error);
+    WriteAll((folder / "forms.pair").string(), Words({1, 0, 1, 0, 1, 1}));  // out of order
+    EXPECT_THROW(dorvik::ContextDiacritizer{folder}, dorvik::Error);
 }
 
 TEST(ContextBackoff, PutsCliticsBackAroundAKnownStem) {

@@ -166,8 +166,9 @@ struct ContextDiacritizer::Impl {
     std::size_t longest = 0;
     double total = 0, vocabulary = 0;
     bool context = false;
-    std::unordered_map<std::uint64_t, std::uint32_t> pairs;
-    std::vector<std::uint32_t> leftTypes;
+    // The pairs as the file holds them, by left form: the right forms after left form l
+    // are right[first[l]] to right[first[l + 1] - 1], in order, and how often each came.
+    std::vector<std::uint32_t> first, right, count;
     // Per left form with pairs: log(pairs after it + kinds after it), and the log weight
     // of the single counts, log(kinds / (pairs + kinds)).
     std::vector<float> logTotal, logWeight;
@@ -176,6 +177,14 @@ struct ContextDiacritizer::Impl {
     int boundary = 0;
     struct Candidate;
     std::unique_ptr<Candidate> sentenceEnd;
+    // The transitions computed lately, by a hash of their two form numbers: most pairs
+    // of neighbours come back often, and the pair counts are a slower look-up.
+    struct Remembered {
+        std::uint64_t key = ~std::uint64_t{0};
+        double value = 0;
+    };
+    static constexpr std::size_t kRemembered = std::size_t{1} << 14;
+    mutable std::vector<Remembered> remembered = std::vector<Remembered>(kRemembered);
     // The Viterbi tables, kept between sentences.
     mutable std::vector<double> score;
     mutable std::vector<std::uint8_t> from;
@@ -214,24 +223,33 @@ void ContextDiacritizer::Impl::LoadPairs(const std::filesystem::path& path) {
     if (records.size() % 3 != 0)
         throw cxx::MakeError(ErrorCode::invalid_file, "not whole pairs", path);
     boundary = forms;
-    std::vector<std::uint64_t> leftTotal(static_cast<std::size_t>(forms) + 1, 0);
-    leftTypes.assign(static_cast<std::size_t>(forms) + 1, 0);
-    pairs.reserve(records.size() / 3);
+    std::size_t lefts = static_cast<std::size_t>(forms) + 1;
+    std::vector<std::uint64_t> leftTotal(lefts, 0);
+    first.assign(lefts + 1, 0);
+    right.reserve(records.size() / 3);
+    count.reserve(records.size() / 3);
     double ends = 0;
+    std::uint64_t previous = 0;
     for (std::size_t i = 0; i < records.size(); i += 3) {
-        int left = records[i], right = records[i + 1], count = records[i + 2];
-        if (left < -1 || left >= forms || right < -1 || right >= forms || count < 0)
+        int l = records[i], r = records[i + 1], n = records[i + 2];
+        if (l < -1 || l >= forms || r < -1 || r >= forms || n < 0)
             throw cxx::MakeError(ErrorCode::invalid_file, "a pair out of range", path);
-        if (left < 0) left = boundary;
-        if (right < 0) {
-            right = boundary;
-            ends += count;
-        }
-        pairs[(static_cast<std::uint64_t>(left) << 32) | static_cast<std::uint32_t>(right)] =
-            static_cast<std::uint32_t>(count);
-        leftTotal[static_cast<std::size_t>(left)] += static_cast<std::uint64_t>(count);
-        ++leftTypes[static_cast<std::size_t>(left)];
+        // -1, the boundary, becomes the number past the last form: the order stays.
+        auto left = static_cast<std::uint32_t>(l < 0 ? boundary : l);
+        auto to = static_cast<std::uint32_t>(r < 0 ? boundary : r);
+        std::uint64_t key = (std::uint64_t{left} << 32) | to;
+        if (i > 0 && key <= previous)
+            throw cxx::MakeError(ErrorCode::invalid_file, "pairs out of order", path);
+        previous = key;
+        if (r < 0) ends += n;
+        right.push_back(to);
+        count.push_back(static_cast<std::uint32_t>(n));
+        ++first[left + 1];
+        leftTotal[left] += static_cast<std::uint64_t>(n);
     }
+    for (std::size_t l = 0; l < lefts; ++l) first[l + 1] += first[l];
+    std::vector<std::uint32_t> leftTypes(lefts);
+    for (std::size_t l = 0; l < lefts; ++l) leftTypes[l] = first[l + 1] - first[l];
     logTotal.assign(leftTypes.size(), 0);
     logWeight.assign(leftTypes.size(), 0);
     for (std::size_t i = 0; i < leftTypes.size(); ++i) {
@@ -256,13 +274,24 @@ double ContextDiacritizer::Impl::Unigram(int id) const {
 // number of different forms seen after `from`.
 double ContextDiacritizer::Impl::Transition(int left, const Candidate& to) const {
     if (to.id < 0) return 0;
-    if (left < 0 || leftTypes[static_cast<std::size_t>(left)] == 0) return to.unigram;
+    if (left < 0) return to.unigram;
     auto l = static_cast<std::size_t>(left);
-    auto at =
-        pairs.find((static_cast<std::uint64_t>(left) << 32) | static_cast<std::uint32_t>(to.id));
+    std::uint32_t begin = first[l], end = first[l + 1];
+    if (begin == end) return to.unigram;
+    std::uint64_t key =
+        (static_cast<std::uint64_t>(left) << 32) | static_cast<std::uint32_t>(to.id);
+    Remembered& slot = remembered[(key * 0x9E3779B97F4A7C15u) >> 50];
+    if (slot.key == key) return slot.value;
+    const std::uint32_t* at = std::lower_bound(right.data() + begin, right.data() + end,
+                                               static_cast<std::uint32_t>(to.id));
     // Most pairs were never seen: then only the weighted single count is left.
-    if (at == pairs.end()) return logWeight[l] + to.unigram;
-    return std::log(at->second + leftTypes[l] * to.p) - logTotal[l];
+    slot.key = key;
+    slot.value =
+        at == right.data() + end || *at != static_cast<std::uint32_t>(to.id)
+            ? logWeight[l] + to.unigram
+            : std::log(count[static_cast<std::size_t>(at - right.data())] + (end - begin) * to.p) -
+                  logTotal[l];
+    return slot.value;
 }
 
 int ContextDiacritizer::Impl::Stem(const std::string& stem, std::string& form) {
