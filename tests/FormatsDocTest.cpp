@@ -153,6 +153,15 @@ Bytes FormsFile(const std::string& name) {
     return ReadAll(dir.Path(name));
 }
 
+// The pair counts of the text "مِنْ مَنْ مِنْ".
+Bytes PairsFile() {
+    TempDir dir;
+    dorvik::Diacritizer::Builder builder(dir.Root());
+    builder.add_text("مِنْ مَنْ مِنْ");
+    builder.finish();
+    return ReadAll(dir.Path("forms.pair"));
+}
+
 Bytes DictionaryFile(const std::string& name) {
     TempDir dir;
     {
@@ -268,6 +277,7 @@ const std::map<std::string, std::function<Bytes()>>& Examples() {
         {"forms-bin", [] { return FormsFile("forms.bin"); }},
         {"forms-sort", [] { return FormsFile("forms.sort"); }},
         {"forms-freq", [] { return FormsFile("forms.freq"); }},
+        {"forms-pair", [] { return PairsFile(); }},
     };
     return examples;
 }

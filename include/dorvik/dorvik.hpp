@@ -596,6 +596,7 @@ __attribute__((visibility("default"))) std::vector<std::string_view> split_words
 //   forms.wild   its wildcard index
 //   forms.freq   4-byte little-endian frequencies, entry i for form i; a form without
 //                an entry is never chosen
+//   forms.pair   optional, read by ContextDiacritizer only (described there)
 //   manifest.json  optional; written and read by tools, never by the library
 // Builder makes such a folder; the classic DiacritizeBuffer reads the same three
 // files (forms.bin, forms.wild, forms.freq).
@@ -622,6 +623,8 @@ public:
         static constexpr std::string_view wildcards = "forms.wild";
         static constexpr std::string_view frequencies = "forms.freq";
         static constexpr std::string_view manifest = "manifest.json";
+        // Optional, read by ContextDiacritizer only: how often form b followed form a.
+        static constexpr std::string_view pairs = "forms.pair";
     };
 
     // Opens the folder and makes a first working set, so missing or damaged files
@@ -714,12 +717,18 @@ public:
         // Dictionary::add does, Error(closed) after finish().
         void add(std::string_view form, std::uint32_t count = 1);
         // Adds each word of a marked text, as split_words() cuts it, with a count of 1:
-        // the way to count the forms of a corpus. Returns the number of words. Throws as
+        // the way to count the forms of a corpus. Two words with only blanks and tabs
+        // between them (also across calls: text may come in pieces cut anywhere between
+        // words) count as a pair for forms.pair, and so do the sentence boundary and the
+        // first word of a sentence, and its last word and the boundary; any other
+        // delimiter, and finish(), end a sentence. Returns the number of words. Throws as
         // add() and split_words() do; the words before a failing one stay added.
         std::size_t add_text(std::string_view text);
         // The number of distinct forms added so far.
         std::size_t size() const;
-        // Writes the four files and moves them into the folder, telling `progress` (when
+        // The number of distinct pairs counted by add_text() so far.
+        std::size_t pairs() const;
+        // Writes the five files and moves them into the folder, telling `progress` (when
         // given) how the sorting and the indexing go. Throws Error, and what `progress`
         // throws; the builder is spent either way, and on failure the folder stays as it
         // was.
@@ -735,6 +744,66 @@ private:
     // The open folder; Error(closed) for a moved-from diacritizer.
     Impl& engine() const;
     std::shared_ptr<Impl> impl_;
+};
+
+// ---- ContextDiacritizer --------------------------------------------------------------
+
+// A second way to restore marks, beside Diacritizer (whose results it never changes),
+// for the best output rather than the classic one. It reads the same folder and adds
+// two steps to the look-up:
+//  - back-off: a word the dictionary does not know is split into proclitics (wa-, fa-,
+//    bi-, ka-, li-, sa-, the article al-), a stem and a pronoun ending; the stem is
+//    looked up, and the clitics are put back with their usual marks (the table is in
+//    the source). Of all the splits whose stem is known, the one whose stem form is most
+//    frequent wins, each clitic halving that frequency; a word with no known stem stays
+//    as it is;
+//  - context: among the forms of an ambiguous word, the sentence's most likely sequence
+//    of forms is chosen (an exact Viterbi search) under counts of adjacent form pairs
+//    (forms.pair), smoothed towards the single-form counts (Witten-Bell). A sentence is
+//    a run of words with only blanks and tabs between them; any other delimiter ends it.
+// Unlike Diacritizer, a chosen form keeps its last marks (the case ending). Marks
+// written in the input constrain the candidates as they do in Diacritizer; on the
+// letters of a clitic they stand as written.
+//
+// forms.pair, written by Diacritizer::Builder: the classic CIXFile of 4-byte records
+// (the format of forms.freq), three records per pair: the form id on the left, the form
+// id on the right, and how often the right one followed the left one; -1 stands for
+// the sentence boundary (on the left its start, on the right its end). Sorted by left
+// then right id read as unsigned numbers (-1 last), each pair once. Without the file
+// the context step is skipped (each word takes its most frequent form).
+//
+// One thread at a time (it keeps the candidates of the words seen).
+class __attribute__((visibility("default"))) ContextDiacritizer {
+public:
+    enum class Steps {
+        lookup,   // the classic choice, with the case ending kept
+        backoff,  // + the back-off for unknown words
+        context   // + the choice by context (when the folder has forms.pair)
+    };
+
+    // Opens the folder as Diacritizer does, and reads forms.pair whole when present.
+    // Throws as Diacritizer's constructor, and Error(invalid_file) for a forms.pair whose
+    // length is no multiple of 12 bytes or that names a form past the dictionary's end.
+    explicit ContextDiacritizer(const std::filesystem::path& folder, Steps steps = Steps::context);
+    ContextDiacritizer(ContextDiacritizer&&) noexcept;
+    ContextDiacritizer& operator=(ContextDiacritizer&&) noexcept;
+    ~ContextDiacritizer();
+
+    // True when the folder had forms.pair.
+    bool has_context() const;
+    // `text` with each word restored; everything but the words stays as it is, as in
+    // Diacritizer::diacritize(). Invalid UTF-8 throws Error(bad_text).
+    std::string diacritize(std::string_view text);
+    // Text in pieces cut anywhere: feed() restores up to the last line end (or, after
+    // 1 MiB without one, the last word end) and holds back the rest; finish() restores
+    // what is held back. The result is that of diacritize() of the whole, but that a
+    // sentence longer than 1 MiB is cut.
+    std::string feed(std::string_view piece);
+    std::string finish();
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace dorvik

@@ -3,6 +3,7 @@
 #include <climits>
 #include <mutex>
 #include <system_error>
+#include <unordered_map>
 #include <vector>
 
 #include "cxx/Boundary.h"
@@ -319,10 +320,34 @@ std::optional<std::string> Diacritizer::lookup(std::string_view word) const {
 
 // ---- Building a folder -------------------------------------------------------------
 
+namespace {
+// The sentence boundary in forms.pair: its start on the left, its end on the right.
+constexpr std::uint32_t kBoundary = 0xFFFFFFFF;
+}  // namespace
+
 struct Diacritizer::Builder::Impl {
     std::filesystem::path folder, work;
     Dictionary forms;
     std::vector<std::uint32_t> counts;
+    // How often form (key >> 32) was followed by form (key & 0xFFFFFFFF).
+    std::unordered_map<std::uint64_t, std::uint32_t> pairs;
+    // The form before the blanks that end the text so far; kBoundary when a sentence
+    // starts (at the beginning, or after a delimiter other than blanks).
+    std::uint32_t last = kBoundary;
+
+    // Counts `right` after `left` (either may be kBoundary).
+    void Pair(std::uint32_t left, std::uint32_t right) {
+        std::uint32_t& n = pairs[(std::uint64_t{left} << 32) | right];
+        if (n < INT_MAX) ++n;
+    }
+    // Ends the sentence: its last form is followed by the boundary.
+    void EndSentence() {
+        if (last != kBoundary) Pair(last, kBoundary);
+        last = kBoundary;
+    }
+
+    // Adds `count` to `form`; returns its id.
+    std::size_t Add(std::string_view form, std::uint32_t count);
 
     // Removes the work folder; errors are dropped (a later build clears it again).
     void Discard() noexcept {
@@ -361,19 +386,44 @@ Diacritizer::Builder::~Builder() {
     if (impl_) impl_->Discard();
 }
 
-void Diacritizer::Builder::add(std::string_view form, std::uint32_t count) {
-    cxx::RequireOpen(impl_ != nullptr, {});
-    std::size_t id = impl_->forms.add(form).first;
-    std::vector<std::uint32_t>& counts = impl_->counts;
+std::size_t Diacritizer::Builder::Impl::Add(std::string_view form, std::uint32_t count) {
+    std::size_t id = forms.add(form).first;
     if (id >= counts.size()) counts.resize(id + 1, 0);
     counts[id] = static_cast<std::uint32_t>(
         std::min<std::uint64_t>(std::uint64_t{counts[id]} + count, INT_MAX));
+    return id;
 }
 
+void Diacritizer::Builder::add(std::string_view form, std::uint32_t count) {
+    cxx::RequireOpen(impl_ != nullptr, {});
+    impl_->Add(form, count);
+}
+
+namespace {
+bool OnlyBlanks(std::string_view gap) {
+    return gap.find_first_not_of(" \t") == std::string_view::npos;
+}
+}  // namespace
+
 std::size_t Diacritizer::Builder::add_text(std::string_view text) {
+    cxx::RequireOpen(impl_ != nullptr, {});
     std::vector<std::string_view> words = split_words(text);
-    for (std::string_view word : words) add(word);
+    std::size_t end = 0;  // of the previous word in `text`
+    for (std::string_view word : words) {
+        std::size_t start = static_cast<std::size_t>(word.data() - text.data());
+        if (!OnlyBlanks(text.substr(end, start - end))) impl_->EndSentence();
+        auto id = static_cast<std::uint32_t>(impl_->Add(word, 1));
+        impl_->Pair(impl_->last, id);
+        impl_->last = id;
+        end = start + word.size();
+    }
+    if (!OnlyBlanks(text.substr(end))) impl_->EndSentence();
     return words.size();
+}
+
+std::size_t Diacritizer::Builder::pairs() const {
+    cxx::RequireOpen(impl_ != nullptr, {});
+    return impl_->pairs.size();
 }
 
 std::size_t Diacritizer::Builder::size() const {
@@ -386,6 +436,7 @@ void Diacritizer::Builder::finish(const Progress& progress) {
     std::unique_ptr<Impl> impl = std::move(impl_);
     try {
         cxx::ProgressScope scope(progress);
+        impl->EndSentence();
         impl->forms.close();
         std::filesystem::path frequencies = impl->work / Files::frequencies;
         Guard(frequencies, [&] {
@@ -393,9 +444,26 @@ void Diacritizer::Builder::finish(const Progress& progress) {
             WriteIXRecords(file, std::vector<int>(impl->counts.begin(), impl->counts.end()));
             file.Close();
         });
+        std::filesystem::path pairs = impl->work / Files::pairs;
+        Guard(pairs, [&] {
+            std::vector<std::uint64_t> keys;
+            keys.reserve(impl->pairs.size());
+            for (const auto& [key, n] : impl->pairs) keys.push_back(key);
+            std::sort(keys.begin(), keys.end());
+            std::vector<int> records;
+            records.reserve(3 * keys.size());
+            for (std::uint64_t key : keys) {
+                records.push_back(static_cast<int>(key >> 32));
+                records.push_back(static_cast<int>(key & 0xFFFFFFFFu));
+                records.push_back(static_cast<int>(impl->pairs[key]));
+            }
+            CIXFile file(pairs.c_str(), CFile::modeCreate | CFile::modeReadWrite, 4);
+            WriteIXRecords(file, records);
+            file.Close();
+        });
         Guard(impl->folder, [&] {
             for (std::string_view name :
-                 {Files::sorted, Files::wildcards, Files::frequencies, Files::forms})
+                 {Files::sorted, Files::wildcards, Files::frequencies, Files::pairs, Files::forms})
                 std::filesystem::rename(impl->work / name, impl->folder / name);
             std::filesystem::remove(impl->work);
         });

@@ -34,6 +34,13 @@ public:
     // Replaces `word` by its chosen form; false leaves it unchanged, as DiacritizeWord.
     // `word` holds no delimiter (no wildcard either): it is one word of a text.
     bool Word(CString& word);
+    // Appends to `forms` the records of every form that `word` selects (as Word reads
+    // it) and that has a frequency of 0 or more, in record order.
+    void Candidates(const char* word, std::vector<int>& forms);
+    // The text of form `form`, whole (no marks trimmed).
+    std::string Form(int form);
+    // The frequency of form `form`; -1 beyond the frequency file's end.
+    int Frequency(int form) const;
     // The number of forms, and the length of the longest one in bytes.
     int FormCount();
     int LongestForm();
@@ -44,8 +51,6 @@ private:
     std::vector<int> m_frequencies;
     std::unordered_map<std::string, std::string> m_seen;
     int m_longest = -1;
-
-    int Frequency(int form) const;
 };
 
 }  // namespace dorvik

@@ -147,8 +147,9 @@ TEST(ToolBuild, WritesTheManifestTheFormatGuideShows) {
 TEST(ToolBuild, WritesTheFolderWithItsManifestAndNeverOverwritesUnasked) {
     TempDir dir;
     std::string folder = Built(dir);
-    EXPECT_EQ(Names(folder), (std::vector<std::string>{"forms.bin", "forms.freq", "forms.sort",
-                                                       "forms.wild", "manifest.json"}));
+    EXPECT_EQ(Names(folder),
+              (std::vector<std::string>{"forms.bin", "forms.freq", "forms.pair", "forms.sort",
+                                        "forms.wild", "manifest.json"}));
     std::string manifest = Slurp(folder + "/manifest.json");
     for (const char* part : {"\"format\": \"dorvik diacritizer folder\"", "\"version\": 1",
                              "\"tokens\": 23", "\"forms\": 19", "\"mapped_characters\": 3",
@@ -402,6 +403,29 @@ TEST(ToolEval, CountsErrorsWithAndWithoutCaseEndings) {
     Result bad = Dorvik(dir, {"eval", "-d", folder, dir.Path("bad.txt")});
     EXPECT_EQ(bad.status, 1);
     ExpectOneLine(bad, dir.Path("bad.txt") + ": bad text: invalid UTF-8 at byte 13");
+}
+
+TEST(ToolContext, RestoresWithBackoffAndMeasuresTheThreeWays) {
+    TempDir dir;
+    std::string folder = Built(dir);
+    EXPECT_TRUE(Exists(folder + "/forms.pair"));
+    EXPECT_NE(Slurp(folder + "/manifest.json").find("\"pairs\": "), std::string::npos);
+    // "wal-3ilm" is unknown: wa- and the known "al-3ilm"; case endings stay.
+    Result restored = Dorvik(dir, {"diacritize", "--context", "-d", folder}, "والعلم نور\nx");
+    EXPECT_EQ(restored.status, 0) << restored.err;
+    EXPECT_EQ(restored.out, "وَالْعِلْمُ نُورٌ\nx");
+    // Classic: both known words lose their last mark, qalam stays bare; back-off keeps the
+    // case endings. Context: after kataba neither form of 3lm was seen, but 3alima ended a
+    // sentence in the corpus and 3ilmun never did, so at the comma it takes 3alima.
+    Result table = Dorvik(dir, {"eval", "--context", "-d", folder, "-"}, "كَتَبَ عِلْمٌ, abc قَلَمٌ 7\n");
+    EXPECT_EQ(table.status, 0) << table.err;
+    for (const char* row :
+         {"                                     classic      back-off       context\n",
+          "WER                                  100.00%        33.33%        66.67%\n",
+          "WER without case ending               33.33%        33.33%        66.67%\n",
+          "DER                                   55.56%        33.33%        66.67%\n",
+          "words left without marks                   1             1             1\n"})
+        EXPECT_NE(table.out.find(row), std::string::npos) << row << table.out;
 }
 
 TEST(ToolInspect, TellsEveryKindApartAndRefusesGarbage) {

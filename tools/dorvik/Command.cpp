@@ -34,6 +34,16 @@ dorvik::Diacritizer OpenFolder(const std::filesystem::path& folder) {
     }
 }
 
+dorvik::ContextDiacritizer OpenContext(const std::filesystem::path& folder,
+                                       dorvik::ContextDiacritizer::Steps steps) {
+    OpenFolder(folder);
+    try {
+        return dorvik::ContextDiacritizer(folder, steps);
+    } catch (const dorvik::Error& e) {
+        throw Failure(kDataError, Describe(e) + " (no usable diacritizer folder)");
+    }
+}
+
 void AddDictOption(CLI::App& app, std::string& folder) {
     app.add_option("-d,--dict", folder, "the diacritizer folder made by build")
         ->required()

@@ -55,6 +55,9 @@ std::string Describe(const dorvik::Error& error, const std::string& file = {});
 // its manifest (a newer format is refused). Throws Failure(kDataError) naming the
 // folder and what is wrong with it.
 dorvik::Diacritizer OpenFolder(const std::filesystem::path& folder);
+// The same folder for the back-off and context steps (`steps`), checked the same way.
+dorvik::ContextDiacritizer OpenContext(const std::filesystem::path& folder,
+                                       dorvik::ContextDiacritizer::Steps steps);
 
 // Adds the required -d/--dict DICTDIR to `app`, writing into `folder`.
 void AddDictOption(CLI::App& app, std::string& folder);

@@ -48,6 +48,7 @@ std::string ToJson(const Manifest& m) {
     json.EndArray();
     json.Key("tokens").Number(m.tokens);
     json.Key("forms").Number(m.forms);
+    json.Key("pairs").Number(m.pairs);
     json.Key("mapped_characters").Number(m.mapped);
     json.Key("dropped_characters").Number(m.dropped);
     json.Key("dropped").BeginObject();
@@ -95,6 +96,7 @@ std::optional<Manifest> ReadManifest(const std::filesystem::path& folder) {
             m.sources.push_back({Text(item.Find("name")), Count(item.Find("bytes"))});
     m.tokens = Count(root->Find("tokens"));
     m.forms = Count(root->Find("forms"));
+    m.pairs = Count(root->Find("pairs"));
     m.mapped = Count(root->Find("mapped_characters"));
     m.dropped = Count(root->Find("dropped_characters"));
     if (const JsonValue* dropped = root->Find("dropped")) {

@@ -30,6 +30,7 @@ struct Manifest {
     std::vector<Source> sources;
     std::uint64_t tokens = 0;   // words counted
     std::uint64_t forms = 0;    // distinct marked forms
+    std::uint64_t pairs = 0;    // distinct pairs of adjacent forms, in forms.pair ("pairs")
     std::uint64_t mapped = 0;   // characters mapped to another by the normalizer
     std::uint64_t dropped = 0;  // characters dropped by it, in all and by code point
     std::map<char32_t, std::uint64_t> dropped_by_character;

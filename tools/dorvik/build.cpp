@@ -54,6 +54,7 @@ int Run(const BuildOptions& options) {
     for (const std::string& name : options.corpora)
         read += Read(name, options, normalizer, builder, manifest, bar, read, total);
     manifest.forms = builder.size();
+    manifest.pairs = builder.pairs();
     manifest.mapped = normalizer.mapped_count();
     manifest.dropped = normalizer.dropped_count();
     manifest.dropped_by_character = normalizer.dropped();
@@ -68,7 +69,8 @@ int Run(const BuildOptions& options) {
     bar.Clear();
     if (!options.quiet) {
         std::string line = options.output + ": " + Thousands(manifest.forms) + " forms from " +
-                           Thousands(manifest.tokens) + " words; " + Thousands(manifest.mapped) +
+                           Thousands(manifest.tokens) + " words, " + Thousands(manifest.pairs) +
+                           " pairs of neighbours; " + Thousands(manifest.mapped) +
                            " characters mapped, " + Thousands(manifest.dropped) + " dropped\n";
         std::fputs(line.c_str(), stdout);
     }
@@ -94,7 +96,9 @@ Command AddBuild(CLI::App& parent) {
     app->footer(
         "The text is normalised first (alef wasla to alef, Uthmani sukun and open tanween to "
         "the plain marks, superscript alef and Quranic signs dropped; manifest.json counts "
-        "what changed). The folder is written beside DICTDIR and moved into place when "
+        "what changed). Beside the forms and their counts, forms.pair counts which form "
+        "follows which (for diacritize --context). The folder is written beside DICTDIR and moved "
+        "into place when "
         "complete, so an interrupted build leaves nothing under that name.\n\n"
         "Example:\n  dorvik build quran-train.txt -o dict");
     return {app, [options] { return Run(*options); }};

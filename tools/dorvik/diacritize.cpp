@@ -2,6 +2,7 @@
 // byte for byte as it stands.
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <optional>
 
 #include "Command.h"
 #include "Io.h"
@@ -15,10 +16,14 @@ struct DiacritizeOptions {
     std::string output;
     Encoding encoding = Encoding::utf8;
     bool force = false;
+    bool context = false;
 };
 
 int Run(const DiacritizeOptions& options) {
     dorvik::Diacritizer diacritizer = OpenFolder(options.folder);
+    std::optional<dorvik::ContextDiacritizer> context;
+    if (options.context)
+        context.emplace(OpenContext(options.folder, dorvik::ContextDiacritizer::Steps::context));
     Output output(options.output, options.force);
     bool raw = options.encoding == Encoding::cp1256;
     for (const std::string& name : options.files) {
@@ -26,6 +31,16 @@ int Run(const DiacritizeOptions& options) {
         // A stream per file: a word never runs from one file into the next.
         dorvik::Diacritizer::Stream stream = diacritizer.stream();
         try {
+            if (context) {
+                for (std::string_view piece; !(piece = input.Next()).empty();) {
+                    std::string done =
+                        context->feed(raw ? dorvik::from_cp1256(piece) : std::string(piece));
+                    output.Write(raw ? dorvik::to_cp1256(done) : done);
+                }
+                std::string done = context->finish();
+                output.Write(raw ? dorvik::to_cp1256(done) : done);
+                continue;
+            }
             for (std::string_view piece; !(piece = input.Next()).empty();) {
                 std::string done =
                     stream.feed(raw ? dorvik::from_cp1256(piece) : std::string(piece));
@@ -56,6 +71,9 @@ Command AddDiacritize(CLI::App& parent) {
                     "write here, not to standard output; it appears whole at the end")
         ->option_text("FILE");
     app->add_flag("--force", options->force, "replace the output file when it exists");
+    app->add_flag("--context", options->context,
+                  "restore unknown words from a known stem and its clitics, choose among the "
+                  "forms of a word by its neighbours, and keep case endings");
     AddEncodingOption(*app, options->encoding);
     app->footer(
         "Only words are looked up: blanks, line ends, punctuation, digits, Latin and all text "

@@ -2,7 +2,9 @@
 // error rates against the original.
 #include <CLI/CLI.hpp>
 #include <array>
+#include <chrono>
 #include <cstdio>
+#include <functional>
 #include <memory>
 
 #include "Command.h"
@@ -18,6 +20,7 @@ struct EvalOptions {
     Encoding encoding = Encoding::utf8;
     std::size_t examples = 0;
     bool json = false;
+    bool context = false;
 };
 
 // The first lines of the texts, bare, restored and true, as they go by.
@@ -106,20 +109,12 @@ std::string Report(const dorvik::MarkErrors& e, const Examples& examples, bool j
     return out + text;
 }
 
-int Run(const EvalOptions& options) {
-    dorvik::Diacritizer diacritizer = OpenFolder(options.folder);
-    dorvik::MarkErrors errors;
-    Examples examples(options.examples);
+// Calls `score` with each piece of the gold texts, normalised. Each piece ends at a word
+// end, so it can be restored on its own.
+void ForEachGold(const EvalOptions& options, const std::function<void(const std::string&)>& score) {
     for (const std::string& name : options.gold) {
         Input input(name);
         dorvik::CorpusNormalizer normalizer;
-        // Each normalised piece ends at a word end, so it can be restored on its own.
-        auto score = [&](const std::string& gold) {
-            std::string bare = dorvik::strip_marks(gold);
-            std::string restored = diacritizer.diacritize(bare);
-            errors += dorvik::compare_marks(gold, restored);
-            examples.Add(bare, restored, gold);
-        };
         try {
             for (std::string_view piece; !(piece = input.Next()).empty();)
                 score(normalizer.feed(options.encoding == Encoding::cp1256
@@ -130,6 +125,106 @@ int Run(const EvalOptions& options) {
             throw Failure(kDataError, Describe(e, input.Name()));
         }
     }
+}
+
+// The figures of the three ways side by side: the classic look-up, the back-off, and
+// the back-off with the context, each with its words per second.
+struct Way {
+    const char* name;
+    dorvik::MarkErrors errors;
+    double seconds = 0;
+};
+
+std::string Row(const char* label, const std::vector<Way>& ways,
+                const std::function<std::string(const Way&)>& cell) {
+    char text[128];
+    std::snprintf(text, sizeof text, "%-30s", label);
+    std::string line = text;
+    for (const Way& way : ways) {
+        std::snprintf(text, sizeof text, "%14s", cell(way).c_str());
+        line += text;
+    }
+    return line + "\n";
+}
+
+double WordsPerSecond(const Way& way) {
+    return way.seconds > 0 ? static_cast<double>(way.errors.words) / way.seconds : 0;
+}
+
+std::string SideBySide(const std::vector<Way>& ways, bool json) {
+    if (json) {
+        JsonWriter w;
+        w.BeginObject();
+        for (const Way& way : ways) {
+            const dorvik::MarkErrors& e = way.errors;
+            w.Key(way.name).BeginObject();
+            w.Key("words").Number(e.words);
+            w.Key("wer").Fraction(e.word_error_rate(true), 6);
+            w.Key("der").Fraction(e.diacritic_error_rate(true), 6);
+            w.Key("wer_without_case_ending").Fraction(e.word_error_rate(false), 6);
+            w.Key("der_without_case_ending").Fraction(e.diacritic_error_rate(false), 6);
+            w.Key("bare_words").Number(e.bare_words);
+            w.Key("words_per_second").Number(static_cast<std::uint64_t>(WordsPerSecond(way)));
+            w.EndObject();
+        }
+        w.EndObject();
+        return std::move(w.Text());
+    }
+    const dorvik::MarkErrors& first = ways.front().errors;
+    std::string out = Thousands(first.words) + " words, " + Thousands(first.letters) + " letters\n";
+    out += Row("", ways, [](const Way& w) { return std::string(w.name); });
+    out += Row("WER", ways, [](const Way& w) { return Percent(w.errors.word_error_rate(true)); });
+    out += Row("WER without case ending", ways,
+               [](const Way& w) { return Percent(w.errors.word_error_rate(false)); });
+    out +=
+        Row("DER", ways, [](const Way& w) { return Percent(w.errors.diacritic_error_rate(true)); });
+    out += Row("DER without case ending", ways,
+               [](const Way& w) { return Percent(w.errors.diacritic_error_rate(false)); });
+    out += Row("words left without marks", ways,
+               [](const Way& w) { return Thousands(w.errors.bare_words); });
+    out += Row("words per second", ways, [](const Way& w) {
+        return Thousands(static_cast<std::uint64_t>(WordsPerSecond(w)));
+    });
+    return out;
+}
+
+int RunContext(const EvalOptions& options) {
+    using Steps = dorvik::ContextDiacritizer::Steps;
+    dorvik::Diacritizer diacritizer = OpenFolder(options.folder);
+    dorvik::ContextDiacritizer backoff = OpenContext(options.folder, Steps::backoff);
+    dorvik::ContextDiacritizer context = OpenContext(options.folder, Steps::context);
+    std::vector<Way> ways = {{"classic", {}, 0}, {"back-off", {}, 0}, {"context", {}, 0}};
+    std::vector<std::function<std::string(const std::string&)>> restore = {
+        [&](const std::string& bare) { return diacritizer.diacritize(bare); },
+        [&](const std::string& bare) { return backoff.diacritize(bare); },
+        [&](const std::string& bare) { return context.diacritize(bare); },
+    };
+    ForEachGold(options, [&](const std::string& gold) {
+        std::string bare = dorvik::strip_marks(gold);
+        for (std::size_t k = 0; k < ways.size(); ++k) {
+            auto start = std::chrono::steady_clock::now();
+            std::string restored = restore[k](bare);
+            ways[k].seconds +=
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            ways[k].errors += dorvik::compare_marks(gold, restored);
+        }
+    });
+    Output output("-", false);
+    output.Write(SideBySide(ways, options.json));
+    return 0;
+}
+
+int Run(const EvalOptions& options) {
+    if (options.context) return RunContext(options);
+    dorvik::Diacritizer diacritizer = OpenFolder(options.folder);
+    dorvik::MarkErrors errors;
+    Examples examples(options.examples);
+    ForEachGold(options, [&](const std::string& gold) {
+        std::string bare = dorvik::strip_marks(gold);
+        std::string restored = diacritizer.diacritize(bare);
+        errors += dorvik::compare_marks(gold, restored);
+        examples.Add(bare, restored, gold);
+    });
     Output output("-", false);
     output.Write(Report(errors, examples, options.json));
     return 0;
@@ -148,6 +243,9 @@ Command AddEval(CLI::App& parent) {
                     "first show the first N lines: bare, restored and true")
         ->option_text("N");
     app->add_flag("--json", options->json, "print the figures as JSON");
+    app->add_flag("--context", options->context,
+                  "measure the classic look-up, the clitic back-off and the back-off with the "
+                  "context side by side, with their words per second (--examples is ignored)");
     AddEncodingOption(*app, options->encoding);
     app->footer(
         "The text is normalised as build does. WER: words with a wrong mark, of all Arabic "
