@@ -755,7 +755,7 @@ private:
 //    bi-, ka-, li-, sa-, the article al-), a stem and a pronoun ending; the stem is
 //    looked up, and the clitics are put back with their usual marks (the table is in
 //    the source). Of all the splits whose stem is known, the one whose stem form is most
-//    frequent wins, each clitic halving that frequency; a word with no known stem stays
+//    frequent wins, scored (frequency + 1) / 2^clitics; a word with no known stem stays
 //    as it is;
 //  - context: among the forms of an ambiguous word, the sentence's most likely sequence
 //    of forms is chosen (an exact Viterbi search) under counts of adjacent form pairs

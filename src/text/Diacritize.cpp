@@ -230,16 +230,8 @@ bool Diacritization::Word(CString& word) {
 }
 
 void Diacritization::Candidates(const char* word, std::vector<int>& forms) {
-    CBitArray hits;
-    m_dictionary.Find(m_index.get(), word, opEqual, DiacriticMarks, false, hits);
-    int length = hits.GetLength();
-    const unsigned char* bytes = hits.GetBuffer();
-    for (int i = 0; i < length; ++i) {
-        for (unsigned bits = bytes[i]; bits; bits &= bits - 1) {
-            int form = i * 8 + std::countr_zero(bits);
-            if (Frequency(form) >= 0) forms.push_back(form);
-        }
-    }
+    for (int form : Hits(CString(word), *m_index))
+        if (Frequency(form) >= 0) forms.push_back(form);
 }
 
 std::string Diacritization::Form(int form) {
