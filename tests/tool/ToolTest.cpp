@@ -633,3 +633,11 @@ TEST(ToolInspect, SumsUpAnIndexFolderAndItsFiles) {
     EXPECT_EQ(missing.status, 1);
     ExpectOneLine(missing, "words.wild: missing");
 }
+
+TEST(ToolIndex, ReadsWindows1256TextAndPrintsItAsUtf8) {
+    TempDir dir;
+    std::string text = dir.Path("one-1256.txt"), idx = dir.Path("idx");
+    WriteAll(text, B(dorvik::to_cp1256(Slurp(kOne))));
+    ASSERT_EQ(Dorvik(dir, {"index", "-q", "--encoding", "cp1256", text, "-o", idx}).status, 0);
+    EXPECT_EQ(Dorvik(dir, {"search", "-i", idx, "الولد قرأ"}).out, text + ":2: قَرَأَ الوَلَدُ كِتَابًا\n");
+}
