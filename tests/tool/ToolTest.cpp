@@ -108,6 +108,8 @@ TEST(ToolCommandLine, HelpsOnEveryCommandAndRefusesBadUsageWithTwo) {
                                          {"diacritize"},
                                          {"find", "-d", "x"},
                                          {"inspect", "--record-size", "5", "x"},
+                                         {"search", "-i", "x", "--limit", "-1", "a"},
+                                         {"index", "--unit", "page", kCorpus, "-o", "x"},
                                          {"diacritize", "-d", "x", "--encoding", "latin1"}}) {
         Result r = Dorvik(dir, bad);
         EXPECT_EQ(r.status, 2) << (bad.empty() ? "" : bad[0]) << ": " << r.err;

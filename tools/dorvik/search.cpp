@@ -173,7 +173,9 @@ Command AddSearch(CLI::App& parent) {
         ->required();
     app->add_option("--in", options->in, "only the units of this file of the index")
         ->option_text("FILE");
-    app->add_option("--limit", options->limit, "print at most N units (0: all)")->option_text("N");
+    app->add_option("--limit", options->limit, "print at most N units (0: all)")
+        ->check(CLI::NonNegativeNumber)
+        ->option_text("N");
     app->add_flag("--count", options->count, "print only the number of units found");
     app->add_flag("--json", options->json, "print a JSON object: query, count and results");
     app->footer(
