@@ -104,14 +104,20 @@ std::uint64_t SizeOf(const std::vector<std::filesystem::path>& paths) {
 
 std::filesystem::path DorvikFolder() { return BenchPath("search-dorvik"); }
 
+// The index files, each handed out by BenchPath so that the run removes them, and then
+// their folder.
 std::vector<std::filesystem::path> DorvikFiles() {
-    std::filesystem::path f = DorvikFolder();
-    return {f / "words.bin", f / "words.sort", f / "words.wild", f / "postings.bin"};
+    std::vector<std::filesystem::path> files;
+    for (const char* name : {"search-dorvik/words.bin", "search-dorvik/words.sort",
+                             "search-dorvik/words.wild", "search-dorvik/postings.bin"})
+        files.emplace_back(BenchPath(name));
+    return files;
 }
 
 void BuildDorvik() {
     std::filesystem::remove_all(DorvikFolder());
     std::filesystem::create_directories(DorvikFolder());
+    DorvikFiles();
     dorvik::Dictionary words(DorvikFolder() / "words.bin", {.create = true, .bulk = true});
     dorvik::PostingsFile postings(DorvikFolder() / "postings.bin", {.create = true});
     dorvik::Indexer indexer;
