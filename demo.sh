@@ -86,3 +86,7 @@ echo "بسم الله الرحمن الرحيم" | "$dorvik" diacritize -d "$dic
 echo
 echo "== held-out verses: their marks stripped, restored, and the true text (dorvik eval):"
 "$dorvik" eval -d "$dict" --examples 3 "$corpus/held-out.txt"
+echo
+echo "== the verses that hold two words, whatever their marks (dorvik index, dorvik search):"
+"$dorvik" index -q "$corpus/train.txt" -o "$cache/quran-index" --force
+"$dorvik" search -i "$cache/quran-index" --limit 3 'الرحمن الرحيم'

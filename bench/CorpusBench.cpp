@@ -16,45 +16,7 @@
 
 namespace {
 
-// Arabic letters and the eight marks, in UTF-8.
-const std::vector<std::string> kLetters = {"ا", "ب", "ت", "ث", "ج", "ح", "خ", "د", "ذ", "ر",
-                                           "ز", "س", "ش", "ص", "ض", "ط", "ظ", "ع", "غ", "ف",
-                                           "ق", "ك", "ل", "م", "ن", "ه", "و", "ي"};
-const std::vector<std::string> kMarks = {"َ", "ً", "ُ", "ٌ", "ِ", "ٍ", "ّ", "ْ"};
-
-// Running text of `tokens` marked words: 40,000 bare words with three marked forms
-// each, drawn by a Zipf law (rank r has weight 1 / r), twelve words to a line.
-struct Text {
-    std::string marked;
-    std::size_t tokens = 0;
-};
-
-const Text& MarkedText(std::size_t tokens) {
-    static std::unordered_map<std::size_t, Text> made;
-    auto at = made.find(tokens);
-    if (at != made.end()) return at->second;
-    std::mt19937 rng(15);
-    std::vector<std::string> forms;
-    for (int i = 0; i < 40000; ++i) {
-        std::vector<std::string> bare;
-        for (int n = 3 + static_cast<int>(rng() % 5); n > 0; --n)
-            bare.push_back(kLetters[rng() % kLetters.size()]);
-        for (int k = 0; k < 3; ++k) {
-            std::string form;
-            for (const std::string& letter : bare) form += letter + kMarks[rng() % kMarks.size()];
-            forms.push_back(form);
-        }
-    }
-    std::vector<double> weights(forms.size());
-    for (std::size_t r = 0; r < weights.size(); ++r) weights[r] = 1.0 / static_cast<double>(r + 1);
-    std::discrete_distribution<std::size_t> zipf(weights.begin(), weights.end());
-    Text text;
-    for (; text.tokens < tokens; ++text.tokens) {
-        text.marked += forms[zipf(rng)];
-        text.marked += text.tokens % 12 == 11 ? "\n" : rng() % 10 == 0 ? "، " : " ";
-    }
-    return made.emplace(tokens, std::move(text)).first->second;
-}
+using namespace generated;
 
 constexpr std::size_t kPiece = std::size_t{1} << 20;
 

@@ -810,3 +810,4 @@ private:
 
 #include "dorvik/corpus.hpp"   // normalising a corpus, stripping and scoring marks
 #include "dorvik/inspect.hpp"  // telling files apart and checking them
+#include "dorvik/query.hpp"    // boolean word queries over an inverted index

@@ -89,7 +89,8 @@ TEST(ToolCommandLine, HelpsOnEveryCommandAndRefusesBadUsageWithTwo) {
     TempDir dir;
     Result top = Dorvik(dir, {"--help"});
     EXPECT_EQ(top.status, 0);
-    for (const char* command : {"build", "diacritize", "find", "eval", "inspect"}) {
+    for (const char* command :
+         {"build", "diacritize", "find", "eval", "inspect", "index", "search"}) {
         EXPECT_NE(top.out.find(command), std::string::npos) << command;
         Result help = Dorvik(dir, {command, "--help"});
         EXPECT_EQ(help.status, 0) << command;
@@ -107,6 +108,8 @@ TEST(ToolCommandLine, HelpsOnEveryCommandAndRefusesBadUsageWithTwo) {
                                          {"diacritize"},
                                          {"find", "-d", "x"},
                                          {"inspect", "--record-size", "5", "x"},
+                                         {"search", "-i", "x", "--limit", "-1", "a"},
+                                         {"index", "--unit", "page", kCorpus, "-o", "x"},
                                          {"diacritize", "-d", "x", "--encoding", "latin1"}}) {
         Result r = Dorvik(dir, bad);
         EXPECT_EQ(r.status, 2) << (bad.empty() ? "" : bad[0]) << ": " << r.err;
@@ -507,4 +510,190 @@ TEST(ToolInspect, TellsEveryKindApartAndRefusesGarbage) {
     EXPECT_EQ(damaged.status, 1);
     EXPECT_NE(damaged.out.find(folder + ": diacritizer folder, invalid"), std::string::npos);
     ExpectOneLine(damaged, folder + "/forms.wild: no record file");
+}
+
+namespace {
+
+const std::string kTexts = std::string(DORVIK_TEST_DATA) + "/search";
+const std::string kOne = kTexts + "/one.txt", kTwo = kTexts + "/two.txt";
+
+// The index of the two test texts, cut into `unit`s.
+std::string Indexed(const TempDir& dir, const std::string& unit = "line") {
+    std::string folder = dir.Path("idx-" + unit);
+    Result r = Dorvik(dir, {"index", "-q", "--unit", unit, kOne, kTwo, "-o", folder});
+    EXPECT_EQ(r.status, 0) << r.err;
+    return folder;
+}
+
+// The "file:line" of each line of search output, the folder of the texts left out.
+std::vector<std::string> Places(const Result& r) {
+    std::vector<std::string> places;
+    std::size_t start = 0;
+    while (start < r.out.size()) {
+        std::size_t end = r.out.find('\n', start);
+        std::string line = r.out.substr(start, end - start);
+        if (line.rfind(kTexts + "/", 0) == 0) line.erase(0, kTexts.size() + 1);
+        places.push_back(line.substr(0, line.find(": ")));
+        start = end == std::string::npos ? r.out.size() : end + 1;
+    }
+    return places;
+}
+
+using Lines = std::vector<std::string>;
+
+}  // namespace
+
+TEST(ToolSearch, AnswersEveryOperatorWildcardAndMarkAsFileLineText) {
+    TempDir dir;
+    std::string idx = Indexed(dir);
+    struct Case {
+        std::string query;
+        Lines expected;
+    } cases[] = {
+        {"كتب", {"one.txt:1", "one.txt:5", "two.txt:4"}},  // every marked form
+        {"كَتب", {"one.txt:1", "one.txt:5"}},               // a mark written must be there
+        {"كُتُب", {"two.txt:4"}},
+        {"الولد قرأ", {"one.txt:2"}},
+        {"درسا | نور", {"one.txt:1", "two.txt:1", "two.txt:3"}},
+        {"الأستاذ -كتب", {"two.txt:3"}},
+        {"(كتب | قرأ) -الولد", {"one.txt:5", "two.txt:3", "two.txt:4"}},
+        {"ال*",
+         {"one.txt:1", "one.txt:2", "one.txt:4", "one.txt:5", "two.txt:1", "two.txt:2",
+          "two.txt:3"}},
+        {"*ا", {"one.txt:1", "one.txt:2", "two.txt:3"}},
+        {"ظ?ا?", {"two.txt:2"}},
+        {"حبر", {}},
+    };
+    for (const Case& c : cases) {
+        Result r = Dorvik(dir, {"search", "-i", idx, "--", c.query});
+        EXPECT_EQ(r.status, 0) << c.query << ": " << r.err;
+        EXPECT_EQ(Places(r), c.expected) << c.query;
+    }
+    // The unit's text as it stands in the file, its line end (CR LF too) left out.
+    Result r = Dorvik(dir, {"search", "-i", idx, "ظلام"});
+    EXPECT_EQ(r.out, kTwo + ":2: الجَهْلُ ظَلَامٌ\n");
+}
+
+TEST(ToolSearch, CountsLimitsLimitsToAFileAndPrintsJson) {
+    TempDir dir;
+    std::string idx = Indexed(dir);
+    EXPECT_EQ(Dorvik(dir, {"search", "-i", idx, "--count", "ال*"}).out, "7\n");
+    EXPECT_EQ(Places(Dorvik(dir, {"search", "-i", idx, "--limit", "2", "ال*"})),
+              (Lines{"one.txt:1", "one.txt:2"}));
+    EXPECT_EQ(Places(Dorvik(dir, {"search", "-i", idx, "--in", kTwo, "كتب"})),
+              (Lines{"two.txt:4"}));
+    EXPECT_EQ(Dorvik(dir, {"search", "-i", idx, "--in", kOne, "--count", "--", "-كتب"}).out, "2\n");
+    Result missing = Dorvik(dir, {"search", "-i", idx, "--in", kCorpus, "كتب"});
+    EXPECT_EQ(missing.status, 1);
+    ExpectOneLine(missing, "no file of the index");
+
+    Result json = Dorvik(dir, {"search", "-i", idx, "--json", "--limit", "1", "نور"});
+    EXPECT_EQ(json.status, 0) << json.err;
+    for (const std::string& part : {std::string("\"query\": \"نور\""), std::string("\"count\": 1"),
+                                    "\"file\": \"" + kTwo + "\"", std::string("\"line\": 1"),
+                                    std::string("\"text\": \"العِلْمُ نُورٌ\"")})
+        EXPECT_NE(json.out.find(part), std::string::npos) << part << "\n" << json.out;
+}
+
+TEST(ToolSearch, FindsParagraphsAndFilesAsUnits) {
+    TempDir dir;
+    std::string paragraphs = Indexed(dir, "paragraph"), files = Indexed(dir, "file");
+    EXPECT_EQ(Places(Dorvik(dir, {"search", "-i", paragraphs, "كتب قرأ"})),
+              (Lines{"one.txt:1", "two.txt:1"}));
+    EXPECT_EQ(Places(Dorvik(dir, {"search", "-i", paragraphs, "الطاولة"})), (Lines{"one.txt:4"}));
+    EXPECT_EQ(Places(Dorvik(dir, {"search", "-i", files, "نور الولد | ظلام"})),
+              (Lines{"two.txt:1"}));
+    EXPECT_EQ(Dorvik(dir, {"search", "-i", paragraphs, "الطاولة"}).out,
+              kOne + ":4: الكُتُبُ عَلَى الطَّاوِلَةِ كَتَبَ الأُسْتَاذُ\n");
+}
+
+TEST(ToolIndex, AddingFilesEqualsARebuildByteForByte) {
+    TempDir dir;
+    std::string full = Indexed(dir), grown = dir.Path("grown");
+    ASSERT_EQ(Dorvik(dir, {"index", "-q", kOne, "-o", grown}).status, 0);
+    Result add = Dorvik(dir, {"index", "-q", "--add", kTwo, "-o", grown});
+    ASSERT_EQ(add.status, 0) << add.err;
+    EXPECT_EQ(Names(grown), (Lines{"files.bin", "manifest.json", "postings.bin", "units.bin",
+                                   "words.bin", "words.sort", "words.wild"}));
+    for (const std::string& name : Names(full)) {
+        if (name == "manifest.json") continue;
+        EXPECT_EQ(Slurp(grown + "/" + name), Slurp(full + "/" + name)) << name;
+    }
+    EXPECT_EQ(Places(Dorvik(dir, {"search", "-i", grown, "كتب"})),
+              (Lines{"one.txt:1", "one.txt:5", "two.txt:4"}));
+
+    // A file already there is refused, the index staying as it was.
+    std::string before = Slurp(grown + "/units.bin");
+    Result again = Dorvik(dir, {"index", "-q", "--add", kTwo, "-o", grown});
+    EXPECT_EQ(again.status, 1);
+    ExpectOneLine(again, "already in the index");
+    EXPECT_EQ(Slurp(grown + "/units.bin"), before);
+    // So is another unit, and adding to nothing.
+    EXPECT_EQ(Dorvik(dir, {"index", "-q", "--add", "--unit", "file", kCorpus, "-o", grown}).status,
+              2);
+    EXPECT_EQ(Dorvik(dir, {"index", "-q", "--add", kTwo, "-o", dir.Path("none")}).status, 1);
+}
+
+TEST(ToolIndex, NeverOverwritesUnaskedAndLeavesNothingBeside) {
+    TempDir dir;
+    std::string idx = Indexed(dir);
+    std::string manifest = Slurp(idx + "/manifest.json");
+    for (const char* part : {"\"format\": \"dorvik index folder\"", "\"unit\": \"line\"",
+                             "\"units\": 8", "\"tokens\": 20"})
+        EXPECT_NE(manifest.find(part), std::string::npos) << part << "\n" << manifest;
+    Result again = Dorvik(dir, {"index", "-q", kOne, "-o", idx});
+    EXPECT_EQ(again.status, 1);
+    EXPECT_EQ(Slurp(idx + "/manifest.json"), manifest);
+    EXPECT_EQ(Dorvik(dir, {"index", "-q", "--force", kOne, "-o", idx}).status, 0);
+    EXPECT_EQ(Dorvik(dir, {"search", "-i", idx, "--count", "نور"}).out, "0\n");
+    EXPECT_EQ(Names(dir.Root()), (Lines{".err", ".in", ".out", "idx-line"}));
+}
+
+TEST(ToolSearch, RefusesBadQueriesAndMissingOrDamagedIndexesInOneLine) {
+    TempDir dir;
+    std::string idx = Indexed(dir);
+    Result bad = Dorvik(dir, {"search", "-i", idx, "كتب )"});
+    EXPECT_EQ(bad.status, 2);
+    ExpectOneLine(bad, "query: ')' without '(' at character 5");
+    for (const char* query : {"(كتب", "كتب |", "", "🙂"}) {
+        Result r = Dorvik(dir, {"search", "-i", idx, query});
+        EXPECT_EQ(r.status, 2) << query;
+        ExpectOneLine(r, "query: ");
+    }
+
+    Result missing = Dorvik(dir, {"search", "-i", dir.Path("nothing"), "كتب"});
+    EXPECT_EQ(missing.status, 1);
+    ExpectOneLine(missing, "no index");
+    // A damaged file of the index, or a manifest of another kind of folder.
+    WriteAll(idx + "/postings.bin", B("garbage, not a record file"));
+    Result damaged = Dorvik(dir, {"search", "-i", idx, "كتب"});
+    EXPECT_EQ(damaged.status, 1);
+    ExpectOneLine(damaged, "postings.bin");
+    std::string dict = Built(dir);
+    Result other = Dorvik(dir, {"search", "-i", dict, "كتب"});
+    EXPECT_EQ(other.status, 1);
+    ExpectOneLine(other, "no manifest of an index folder");
+}
+
+TEST(ToolInspect, SumsUpAnIndexFolderAndItsFiles) {
+    TempDir dir;
+    std::string idx = Indexed(dir);
+    Result r = Dorvik(dir, {"inspect", idx});
+    EXPECT_EQ(r.status, 0) << r.err;
+    for (const std::string& part :
+         {idx + ": index folder, valid", std::string("8 lines of"), idx + "/words.bin: dictionary",
+          idx + "/postings.bin", idx + "/units.bin", idx + "/files.bin", std::string("bits set")})
+        EXPECT_NE(r.out.find(part), std::string::npos) << part << "\n" << r.out;
+    std::filesystem::remove(idx + "/words.wild");
+    Result missing = Dorvik(dir, {"inspect", idx});
+    EXPECT_EQ(missing.status, 1);
+    ExpectOneLine(missing, "words.wild: missing");
+}
+
+TEST(ToolIndex, ReadsWindows1256TextAndPrintsItAsUtf8) {
+    TempDir dir;
+    std::string text = dir.Path("one-1256.txt"), idx = dir.Path("idx");
+    WriteAll(text, B(dorvik::to_cp1256(Slurp(kOne))));
+    ASSERT_EQ(Dorvik(dir, {"index", "-q", "--encoding", "cp1256", text, "-o", idx}).status, 0);
+    EXPECT_EQ(Dorvik(dir, {"search", "-i", idx, "الولد قرأ"}).out, text + ":2: قَرَأَ الوَلَدُ كِتَابًا\n");
 }

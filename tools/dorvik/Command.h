@@ -46,6 +46,8 @@ Command AddDiacritize(CLI::App& parent);
 Command AddFind(CLI::App& parent);
 Command AddEval(CLI::App& parent);
 Command AddInspect(CLI::App& parent);
+Command AddIndex(CLI::App& parent);
+Command AddSearch(CLI::App& parent);
 
 // The message for `error` met while working on `file` (empty: none): "<file>: <cause>",
 // the path the error names standing in front when it names one.

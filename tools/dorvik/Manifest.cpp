@@ -11,7 +11,9 @@
 namespace tool {
 namespace {
 
-constexpr std::string_view kFormat = "dorvik diacritizer folder";
+std::string_view FormatOf(Manifest::Kind kind) {
+    return kind == Manifest::Kind::index ? "dorvik index folder" : "dorvik diacritizer folder";
+}
 constexpr std::uintmax_t kMaxManifest = std::uintmax_t{1} << 20;
 
 std::string CodePointName(char32_t c) {
@@ -34,7 +36,7 @@ std::string Text(const JsonValue* value) {
 std::string ToJson(const Manifest& m) {
     JsonWriter json;
     json.BeginObject();
-    json.Key("format").String(kFormat);
+    json.Key("format").String(FormatOf(m.kind));
     json.Key("version").Number(static_cast<std::int64_t>(m.version));
     json.Key("created").String(m.created);
     json.Key("encoding").String(m.encoding);
@@ -46,6 +48,10 @@ std::string ToJson(const Manifest& m) {
         json.EndObject();
     }
     json.EndArray();
+    if (m.kind == Manifest::Kind::index) {
+        json.Key("unit").String(m.unit);
+        json.Key("units").Number(m.units);
+    }
     json.Key("tokens").Number(m.tokens);
     json.Key("forms").Number(m.forms);
     json.Key("pairs").Number(m.pairs);
@@ -67,7 +73,7 @@ std::string UtcNow() {
     return text;
 }
 
-std::optional<Manifest> ReadManifest(const std::filesystem::path& folder) {
+std::optional<Manifest> ReadManifest(const std::filesystem::path& folder, Manifest::Kind kind) {
     std::filesystem::path path = folder / dorvik::Diacritizer::Files::manifest;
     std::error_code error;
     if (!std::filesystem::exists(path, error)) return std::nullopt;
@@ -77,12 +83,15 @@ std::optional<Manifest> ReadManifest(const std::filesystem::path& folder) {
     std::string why;
     std::optional<JsonValue> root = ParseJson(ReadFile(path), why);
     if (!root) throw Failure(kDataError, name + ": no JSON: " + why);
-    if (Text(root->Find("format")) != kFormat)
-        throw Failure(kDataError, name + ": no manifest of a diacritizer folder");
+    if (Text(root->Find("format")) != FormatOf(kind))
+        throw Failure(kDataError, name + ": no manifest of " +
+                                      (kind == Manifest::Kind::index ? "an index folder"
+                                                                     : "a diacritizer folder"));
     const JsonValue* version = root->Find("version");
     if (!version || version->type != JsonValue::Type::number || version->number < 1)
         throw Failure(kDataError, name + ": no format version");
     Manifest m;
+    m.kind = kind;
     if (version->number > Manifest::kVersion)
         throw Failure(kDataError, name + ": format version " +
                                       std::to_string(static_cast<long long>(version->number)) +
@@ -94,6 +103,8 @@ std::optional<Manifest> ReadManifest(const std::filesystem::path& folder) {
     if (const JsonValue* sources = root->Find("sources"))
         for (const JsonValue& item : sources->items)
             m.sources.push_back({Text(item.Find("name")), Count(item.Find("bytes"))});
+    m.unit = Text(root->Find("unit"));
+    m.units = Count(root->Find("units"));
     m.tokens = Count(root->Find("tokens"));
     m.forms = Count(root->Find("forms"));
     m.pairs = Count(root->Find("pairs"));

@@ -1,7 +1,9 @@
-// manifest.json of a diacritizer folder: what the folder was built from. The library
-// never reads it; the tool writes it at build and checks it when it opens a folder.
+// manifest.json of a diacritizer folder or an index folder: what the folder was built
+// from. The library never reads it; the tool writes it at build and index, and checks it
+// when it opens a folder.
 //
-// The format: one JSON object with "format": "dorvik diacritizer folder" and an integer
+// The format: one JSON object with "format": "dorvik diacritizer folder" (or "dorvik
+// index folder", which adds "unit" and "units") and an integer
 // "version" (this tool writes and reads version 1). A reader takes the keys it knows
 // and ignores all others, so later versions may add keys; a version above the one it
 // knows means the meaning of known keys changed, and the folder is refused.
@@ -24,6 +26,9 @@ struct Manifest {
         std::uint64_t bytes = 0;
     };
 
+    enum class Kind { diacritizer, index };
+
+    Kind kind = Kind::diacritizer;
     int version = kVersion;
     std::string created;   // UTC, "2025-01-31T12:00:00Z"
     std::string encoding;  // of the sources: "utf-8" or "cp1256"
@@ -34,6 +39,8 @@ struct Manifest {
     std::uint64_t mapped = 0;   // characters mapped to another by the normalizer
     std::uint64_t dropped = 0;  // characters dropped by it, in all and by code point
     std::map<char32_t, std::uint64_t> dropped_by_character;
+    std::string unit;         // index: "line", "paragraph" or "file"
+    std::uint64_t units = 0;  // index: units numbered
 };
 
 // The manifest's JSON text.
@@ -42,7 +49,9 @@ std::string ToJson(const Manifest& manifest);
 std::string UtcNow();
 
 // The manifest of `folder`; empty when it has none. Throws Failure(kDataError) when it
-// is no manifest (not JSON, another format, no version) or of a newer version.
-std::optional<Manifest> ReadManifest(const std::filesystem::path& folder);
+// is no manifest of a folder of `kind` (not JSON, another format, no version) or of a
+// newer version.
+std::optional<Manifest> ReadManifest(const std::filesystem::path& folder,
+                                     Manifest::Kind kind = Manifest::Kind::diacritizer);
 
 }  // namespace tool

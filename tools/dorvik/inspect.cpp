@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "Command.h"
+#include "IndexFolder.h"
 #include "Io.h"
 #include "Json.h"
 #include "Manifest.h"
@@ -47,25 +48,32 @@ Checked CheckFile(const std::string& path, unsigned recordSize) {
     return c;
 }
 
-// A diacritizer folder: its manifest, then its four files.
+// A diacritizer or an index folder (one holding words.bin): its manifest, then its files.
 std::vector<Checked> CheckFolder(const std::filesystem::path& folder, unsigned recordSize) {
     std::vector<Checked> all(1);
     Checked& top = all[0];
+    std::error_code error;
+    bool index = std::filesystem::exists(folder / IndexFiles::words, error);
     top.path = folder.string();
-    top.kind = "diacritizer folder";
+    top.kind = index ? "index folder" : "diacritizer folder";
     top.folder = true;
     top.valid = true;
     try {
-        top.manifest = ReadManifest(folder);  // optional: the library never reads it
+        // optional: the library never reads it
+        top.manifest =
+            ReadManifest(folder, index ? Manifest::Kind::index : Manifest::Kind::diacritizer);
     } catch (const Failure& e) {
         top.valid = false;
         top.problem = e.what();
     }
     using Files = dorvik::Diacritizer::Files;
-    for (std::string_view name :
-         {Files::forms, Files::sorted, Files::wildcards, Files::frequencies}) {
+    std::vector<std::string_view> names = {Files::forms, Files::sorted, Files::wildcards,
+                                           Files::frequencies};
+    if (index)
+        names = {IndexFiles::words,    "words.sort",      "words.wild",
+                 IndexFiles::postings, IndexFiles::units, IndexFiles::files};
+    for (std::string_view name : names) {
         std::filesystem::path path = folder / name;
-        std::error_code error;
         if (!std::filesystem::exists(path, error)) {
             Checked missing;
             missing.path = path.string();
@@ -75,9 +83,10 @@ std::vector<Checked> CheckFolder(const std::filesystem::path& folder, unsigned r
         } else {
             all.push_back(CheckFile(path.string(), recordSize));
         }
-        // Each file in its place: forms.bin must read as the dictionary it is.
+        // Each file in its place: forms.bin and words.bin must read as the dictionaries
+        // they are.
         Checked& file = all.back();
-        if (file.valid && name == Files::forms &&
+        if (file.valid && (name == Files::forms || name == IndexFiles::words) &&
             file.summary.kind != dorvik::FileKind::dictionary) {
             file.valid = false;
             file.problem = "no dictionary but a " + file.kind;
@@ -96,6 +105,7 @@ void Text(const Checked& c, std::string& out) {
         if (c.manifest) {
             const Manifest& m = *c.manifest;
             out += "  built " + m.created + " from " + N(m.tokens) + " words (" + m.encoding + "):";
+            if (m.kind == Manifest::Kind::index) out += " " + N(m.units) + " " + m.unit + "s of";
             for (const auto& s : m.sources) out += " " + s.name + " (" + N(s.bytes) + " bytes)";
             out += "\n  " + N(m.forms) + " forms; " + N(m.mapped) + " characters mapped, " +
                    N(m.dropped) + " dropped\n";
@@ -140,6 +150,10 @@ void Json(const Checked& c, JsonWriter& w) {
             w.Key("encoding").String(c.manifest->encoding);
             w.Key("tokens").Number(c.manifest->tokens);
             w.Key("forms").Number(c.manifest->forms);
+            if (c.manifest->kind == Manifest::Kind::index) {
+                w.Key("unit").String(c.manifest->unit);
+                w.Key("units").Number(c.manifest->units);
+            }
             w.Key("mapped_characters").Number(c.manifest->mapped);
             w.Key("dropped_characters").Number(c.manifest->dropped);
         }
@@ -206,7 +220,8 @@ Command AddInspect(CLI::App& parent) {
     auto options = std::make_shared<InspectOptions>();
     CLI::App* app = parent.add_subcommand(
         "inspect", "Tell what files of the engine are, check them and sum them up");
-    app->add_option("FILE", options->paths, "files, or diacritizer folders (checked whole)")
+    app->add_option("FILE", options->paths,
+                    "files, or diacritizer or index folders (checked whole)")
         ->required();
     app->add_option("--record-size", options->record_size,
                     "read a file that is no record file as integers of 1 to 4 bytes")
@@ -217,7 +232,8 @@ Command AddInspect(CLI::App& parent) {
         "Kinds: record file, bit record file, nested record file, nested bit record file, "
         "dictionary, wildcard index, sorted view, frequency file, integer file. Exit "
         "status 1 when a file is invalid; the reason also goes to standard error.\n\n"
-        "Example:\n  dorvik inspect dict\n  dorvik inspect --json dict/forms.wild");
+        "Example:\n  dorvik inspect dict\n  dorvik inspect idx\n  dorvik inspect --json "
+        "dict/forms.wild");
     return {app, [options] { return Run(*options); }};
 }
 

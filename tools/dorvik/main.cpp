@@ -37,10 +37,12 @@ int Main(int argc, char** argv) {
         "  dorvik find -d dict 'كتب'               list the forms and their counts\n"
         "  dorvik eval -d dict held-out.txt       measure the error rates\n"
         "  dorvik inspect dict/forms.bin          tell what a file is and check it\n"
+        "  dorvik index texts/*.txt -o idx        index the words of texts\n"
+        "  dorvik search -i idx 'كتب -قلم'        find the lines that hold words\n"
         "Exit status: 0 success, 1 bad data, 2 bad command line, 130 interrupted.");
-    std::vector<tool::Command> commands = {tool::AddBuild(app), tool::AddDiacritize(app),
-                                           tool::AddFind(app), tool::AddEval(app),
-                                           tool::AddInspect(app)};
+    std::vector<tool::Command> commands = {
+        tool::AddBuild(app),   tool::AddDiacritize(app), tool::AddFind(app),  tool::AddEval(app),
+        tool::AddInspect(app), tool::AddIndex(app),      tool::AddSearch(app)};
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& e) {

@@ -1,0 +1,77 @@
+#include "IndexFolder.h"
+
+#include <cstring>
+
+#include "Command.h"
+
+namespace tool {
+namespace {
+
+void Put(std::string& out, std::uint32_t value) {
+    for (int i = 0; i < 4; ++i) out.push_back(static_cast<char>(value >> (8 * i)));
+}
+
+std::uint32_t Get(const std::string& in, std::size_t at) {
+    std::uint32_t value = 0;
+    for (int i = 3; i >= 0; --i)
+        value = (value << 8) | static_cast<unsigned char>(in[at + static_cast<std::size_t>(i)]);
+    return value;
+}
+
+}  // namespace
+
+std::string Encode(const Place& place) {
+    std::string out;
+    for (std::uint32_t v : {place.file, place.line, place.offset, place.length}) Put(out, v);
+    return out;
+}
+
+std::string Encode(const SourceFile& file) {
+    std::string out;
+    Put(out, file.first);
+    Put(out, file.count);
+    return out + file.path;
+}
+
+Index::Index(const std::filesystem::path& where, bool writable) : folder(where) {
+    std::optional<Manifest> m = ReadManifest(folder, Manifest::Kind::index);
+    if (!m) throw Failure(kDataError, folder.string() + ": no index (no manifest.json)");
+    manifest = *m;
+    dorvik::OpenOptions options;
+    options.read_only = !writable;
+    dorvik::OpenOptions bulk = options;
+    bulk.bulk = writable;
+    words = dorvik::Dictionary(folder / IndexFiles::words, bulk);
+    postings = dorvik::PostingsFile(folder / IndexFiles::postings, options);
+    units = dorvik::RecordFile(folder / IndexFiles::units, bulk);
+    files = dorvik::RecordFile(folder / IndexFiles::files, options);
+    if (units.size() != manifest.units)
+        throw Failure(kDataError, (folder / IndexFiles::units).string() +
+                                      ": holds another number of units than the manifest says");
+}
+
+Place Index::PlaceOf(std::uint32_t unit) {
+    std::string record = units.read_string(unit);
+    Place place;
+    if (record.size() == 16) {
+        place = {Get(record, 0), Get(record, 4), Get(record, 8), Get(record, 12)};
+        if (place.file < files.size()) return place;
+    }
+    throw Failure(kDataError, (folder / IndexFiles::units).string() + ": damaged record " +
+                                  std::to_string(unit));
+}
+
+std::vector<SourceFile> Index::Files() {
+    std::vector<SourceFile> result;
+    for (std::size_t f = 0; f < files.size(); ++f) {
+        std::string record = files.read_string(f);
+        if (record.size() < 8 || Get(record, 0) > manifest.units ||
+            Get(record, 4) > manifest.units - Get(record, 0))
+            throw Failure(kDataError, (folder / IndexFiles::files).string() + ": damaged record " +
+                                          std::to_string(f));
+        result.push_back({Get(record, 0), Get(record, 4), record.substr(8)});
+    }
+    return result;
+}
+
+}  // namespace tool
