@@ -775,6 +775,7 @@ private:
 // One thread at a time (it keeps the candidates of the words seen).
 class __attribute__((visibility("default"))) ContextDiacritizer {
 public:
+    // How far the restoration goes; each step includes the ones above it.
     enum class Steps {
         lookup,   // the classic choice, with the case ending kept
         backoff,  // + the back-off for unknown words
@@ -785,6 +786,8 @@ public:
     // Throws as Diacritizer's constructor, and Error(invalid_file) for a forms.pair whose
     // length is no multiple of 12 bytes or that names a form past the dictionary's end.
     explicit ContextDiacritizer(const std::filesystem::path& folder, Steps steps = Steps::context);
+    // Moves take the open folder over; the moved-from object may only be destroyed or
+    // assigned to.
     ContextDiacritizer(ContextDiacritizer&&) noexcept;
     ContextDiacritizer& operator=(ContextDiacritizer&&) noexcept;
     ~ContextDiacritizer();

@@ -21,7 +21,9 @@ namespace dorvik {
 // text of the place it points at (the query's length for "ends too early").
 class __attribute__((visibility("default"))) QueryError : public Error {
 public:
+    // An error of `code` whose what() is `message`, pointing at byte `offset`.
     QueryError(ErrorCode code, const std::string& message, std::size_t offset);
+    // The byte offset in the query text of the place the error points at.
     std::size_t offset() const noexcept { return offset_; }
 
 private:
@@ -65,7 +67,9 @@ public:
 
     // The parsed tree, for the implementation: node 0 is the root.
     struct Node {
-        enum class Kind { word, all_of, any_of, negated } kind = Kind::word;
+        // A word, an AND or an OR of the children, or the negation of the one child.
+        enum class Kind { word, all_of, any_of, negated };
+        Kind kind = Kind::word;             // what the node is
         std::string pattern;                // kind word
         std::size_t offset = 0;             // of the word or operator in the text
         std::vector<std::size_t> children;  // indexes into the node table; one for negated

@@ -186,12 +186,12 @@ private:
         for (;;) {
             Blanks();
             if (at_ >= text_.size() || text_[at_] != '"') return Fail("a key should stand here");
-            std::pair<std::string, JsonValue> member;
-            if (!String(member.first)) return false;
+            JsonMember member;
+            if (!String(member.name)) return false;
             Blanks();
             if (at_ >= text_.size() || text_[at_] != ':') return Fail("':' should stand here");
             ++at_;
-            if (!Value(member.second, depth + 1)) return false;
+            if (!Value(member.value, depth + 1)) return false;
             value.members.push_back(std::move(member));
             Blanks();
             if (at_ < text_.size() && text_[at_] == ',') {

@@ -40,6 +40,8 @@ private:
     bool afterKey_ = false;
 };
 
+struct JsonMember;
+
 // A parsed JSON value.
 struct JsonValue {
     enum class Type { null, boolean, number, string, array, object };
@@ -48,10 +50,17 @@ struct JsonValue {
     double number = 0;
     std::string text;
     std::vector<JsonValue> items;
-    std::vector<std::pair<std::string, JsonValue>> members;
+    std::vector<JsonMember> members;  // of an object, in the order of the text
 
     // The member `key` of an object; null when there is none or this is no object.
     const JsonValue* Find(std::string_view key) const;
+};
+
+// A member of an object. A struct of its own rather than std::pair, which must not be
+// instantiated while JsonValue is still incomplete.
+struct JsonMember {
+    std::string name;
+    JsonValue value;
 };
 
 // Parses a whole JSON text. Nesting deeper than 64 levels is refused. Empty, with the
