@@ -812,5 +812,5 @@ private:
 }  // namespace dorvik
 
 #include "dorvik/corpus.hpp"   // normalising a corpus, stripping and scoring marks
-#include "dorvik/inspect.hpp"  // telling files apart and checking them
+#include "dorvik/filekind.hpp"  // telling files apart and checking them
 #include "dorvik/query.hpp"    // boolean word queries over an inverted index

@@ -16,7 +16,7 @@
 
 #include "bits/CompressedForm.h"
 #include "cxx/Boundary.h"
-#include "dorvik/inspect.hpp"
+#include "dorvik/filekind.hpp"
 #include "frame/Coding.h"
 #include "index/IXRecords.h"
 #include "recordfile/RecordImage.h"
