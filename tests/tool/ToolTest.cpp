@@ -595,6 +595,61 @@ TEST(ToolSearch, CountsLimitsLimitsToAFileAndPrintsJson) {
         EXPECT_NE(json.out.find(part), std::string::npos) << part << "\n" << json.out;
 }
 
+TEST(ToolSearch, LimitsToAFileAsFilteringTheWholeResultByFileWould) {
+    TempDir dir;
+    // Four files, one without words, so that file and unit numbers part ways.
+    std::string blank = dir.Path("blank.txt"), three = dir.Path("three.txt");
+    WriteAll(blank, B("\n \n"));
+    WriteAll(three, B("كُتُبٌ وَ دَرْسٌ\nنُورٌ\n"));
+    std::string idx = dir.Path("idx");
+    const Lines files = {kOne, blank, kTwo, three};
+    ASSERT_EQ(Dorvik(dir, {"index", "-q", kOne, blank, kTwo, three, "-o", idx}).status, 0);
+    for (const char* query : {"كتب", "ال*", "-كتب", "نور | درس*"}) {
+        Result whole = Dorvik(dir, {"search", "-i", idx, "--", query});
+        ASSERT_EQ(whole.status, 0) << whole.err;
+        std::size_t seen = 0;
+        for (const std::string& file : files) {
+            std::string expected;
+            std::size_t start = 0;
+            for (std::size_t end; (end = whole.out.find('\n', start)) != std::string::npos;
+                 start = end + 1)
+                if (whole.out.compare(start, file.size() + 1, file + ":") == 0)
+                    expected += whole.out.substr(start, end + 1 - start);
+            Result in = Dorvik(dir, {"search", "-i", idx, "--in", file, "--", query});
+            EXPECT_EQ(in.status, 0) << in.err;
+            EXPECT_EQ(in.out, expected) << query << " in " << file;
+            seen += expected.size();
+        }
+        EXPECT_EQ(seen, whole.out.size()) << query;  // every unit lies in one of the files
+    }
+    EXPECT_EQ(Dorvik(dir, {"search", "-i", idx, "--count", "--in", three, "--", "-كتب"}).out,
+              "1\n");
+
+    // The tree missing, damaged, or of another index: one line naming it, status 1.
+    std::string tree = idx + "/tree.bin";
+    Bytes good = ReadAll(tree);
+    dorvik::Tree other;
+    other.add(0);
+    other.add(1);
+    other.save(tree);
+    Bytes mismatched = ReadAll(tree);
+    for (const Bytes& bad : {Bytes{}, B("no bit record file"), mismatched}) {
+        if (bad.empty())
+            std::filesystem::remove(tree);
+        else
+            WriteAll(tree, bad);
+        Result r = Dorvik(dir, {"search", "-i", idx, "كتب"});
+        EXPECT_EQ(r.status, 1);
+        ExpectOneLine(r, tree);
+        EXPECT_EQ(r.out, "");
+    }
+    Result inspected = Dorvik(dir, {"inspect", idx});
+    EXPECT_EQ(inspected.status, 1);
+    ExpectOneLine(inspected, tree + ": does not match the files and units of the index");
+    WriteAll(tree, good);
+    EXPECT_EQ(Dorvik(dir, {"inspect", idx}).status, 0);
+}
+
 TEST(ToolSearch, FindsParagraphsAndFilesAsUnits) {
     TempDir dir;
     std::string paragraphs = Indexed(dir, "paragraph"), files = Indexed(dir, "file");
@@ -613,8 +668,8 @@ TEST(ToolIndex, AddingFilesEqualsARebuildByteForByte) {
     ASSERT_EQ(Dorvik(dir, {"index", "-q", kOne, "-o", grown}).status, 0);
     Result add = Dorvik(dir, {"index", "-q", "--add", kTwo, "-o", grown});
     ASSERT_EQ(add.status, 0) << add.err;
-    EXPECT_EQ(Names(grown), (Lines{"files.bin", "manifest.json", "postings.bin", "units.bin",
-                                   "words.bin", "words.sort", "words.wild"}));
+    EXPECT_EQ(Names(grown), (Lines{"files.bin", "manifest.json", "postings.bin", "tree.bin",
+                                   "units.bin", "words.bin", "words.sort", "words.wild"}));
     for (const std::string& name : Names(full)) {
         if (name == "manifest.json") continue;
         EXPECT_EQ(Slurp(grown + "/" + name), Slurp(full + "/" + name)) << name;
@@ -682,7 +737,8 @@ TEST(ToolInspect, SumsUpAnIndexFolderAndItsFiles) {
     EXPECT_EQ(r.status, 0) << r.err;
     for (const std::string& part :
          {idx + ": index folder, valid", std::string("8 lines of"), idx + "/words.bin: dictionary",
-          idx + "/postings.bin", idx + "/units.bin", idx + "/files.bin", std::string("bits set")})
+          idx + "/postings.bin", idx + "/units.bin", idx + "/files.bin", idx + "/tree.bin",
+          std::string("bits set")})
         EXPECT_NE(r.out.find(part), std::string::npos) << part << "\n" << r.out;
     std::filesystem::remove(idx + "/words.wild");
     Result missing = Dorvik(dir, {"inspect", idx});
