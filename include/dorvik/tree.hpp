@@ -30,7 +30,8 @@ class __attribute__((visibility("default"))) Tree {
 public:
     // An empty tree: no nodes, no levels; allocates nothing.
     Tree() noexcept;
-    // Loads the tree saved at `path`, whole, into memory. Throws Error: not_found,
+    // Loads the tree saved at `path`, whole, into memory: each level as a plain bitmap
+    // of (its highest node + 1) / 8 bytes. Throws Error: not_found,
     // invalid_file (no bit record file, or a level reaching past bit 2^31 - 1, which
     // only damage gives; checked before anything is expanded), out_of_memory, or the OS
     // failure. A file that was saved from another kind of bit record file loads as
@@ -65,13 +66,15 @@ public:
     // first look-up on a level after a change builds its rank index in one pass.
     std::optional<std::size_t> index(std::uint32_t node) const;
     // The node of index `index` on `level`; empty when the level has no such node.
+    // Cost: as index().
     std::optional<std::uint32_t> node(std::size_t index, int level) const;
     // The parent of `node`: the nearest node before it one level up; empty for a root
     // and for a number that is no node.
     std::optional<std::uint32_t> parent(std::uint32_t node) const;
     // The direct children of `node`; empty for a leaf and for a number that is no node.
     // Their indexes on the level below are consecutive numbers. Cost: one pass over the
-    // node's subtree, 64 numbers at a time.
+    // node's subtree, 64 numbers at a time, into a bitmap of (last child + 1) / 8 bytes
+    // as for every BitSet: to walk all the nodes of a level, use node() instead.
     BitSet children(std::uint32_t node) const;
 
 private:

@@ -62,15 +62,15 @@ Place Index::PlaceOf(std::uint32_t unit) {
 
 std::vector<SourceFile> Index::Files() {
     std::vector<SourceFile> result;
+    // Nodes run file, its units, the next file, ...: the node of file f less f is the
+    // number of units before the file, and its units run up to the next file's node.
+    // The constructor's checks keep these numbers within the units.
+    std::uint32_t node = tree.node(0, 0).value_or(0);
     for (std::size_t f = 0; f < files.size(); ++f) {
-        SourceFile file{0, 0, files.read_string(f)};
-        // The units of a file are its children, whose indexes on their level run on.
-        dorvik::BitSet children = tree.children(tree.node(f, 0).value_or(0));
-        if (std::optional<std::uint32_t> first = children.first()) {
-            file.first = static_cast<std::uint32_t>(tree.index(*first).value_or(0));
-            file.count = static_cast<std::uint32_t>(children.count());
-        }
-        result.push_back(std::move(file));
+        std::uint32_t next = tree.node(f + 1, 0).value_or(tree.size());
+        result.push_back(
+            {node - static_cast<std::uint32_t>(f), next - node - 1, files.read_string(f)});
+        node = next;
     }
     return result;
 }
