@@ -68,9 +68,9 @@ public:
 
 private:
     // The parsed tree, defined by the implementation; shared by copies, never changed.
-    struct Tree;
+    struct Parsed;
     std::string text_;
-    std::shared_ptr<const Tree> tree_;
+    std::shared_ptr<const Parsed> parsed_;
 };
 
 }  // namespace dorvik

@@ -226,14 +226,14 @@ struct Evaluation {
 
 }  // namespace
 
-struct Query::Tree {
+struct Query::Parsed {
     std::vector<Node> nodes;
 };
 
 Query::Query(std::string_view text) : text_(text) {
-    auto tree = std::make_shared<Tree>();
-    Parser(text_, tree->nodes).Run();
-    tree_ = std::move(tree);
+    auto parsed = std::make_shared<Parsed>();
+    Parser(text_, parsed->nodes).Run();
+    parsed_ = std::move(parsed);
 }
 
 std::vector<std::string> Query::wanted() const {
@@ -241,7 +241,7 @@ std::vector<std::string> Query::wanted() const {
     // Depth-first from the root in the order written, skipping negated subtrees.
     std::vector<std::size_t> stack{0};
     while (!stack.empty()) {
-        const Node& node = tree_->nodes[stack.back()];
+        const Node& node = parsed_->nodes[stack.back()];
         stack.pop_back();
         if (node.kind == Node::Kind::word) patterns.push_back(node.pattern);
         if (node.kind == Node::Kind::negated) continue;
@@ -253,7 +253,7 @@ std::vector<std::string> Query::wanted() const {
 
 BitSet Query::evaluate(Dictionary& words, PostingsFile& postings, std::uint32_t units) const {
     BitSet universe = Universe(units);
-    Evaluation evaluation{tree_->nodes, text_, words, postings, universe};
+    Evaluation evaluation{parsed_->nodes, text_, words, postings, universe};
     BitSet result = evaluation.Run(0);
     result &= universe;
     return result;
