@@ -254,6 +254,14 @@ const std::map<std::string, std::function<Bytes()>>& Examples() {
                  tree.Save(path.c_str(), opCopy, false, false, nullptr);
              });
          }},
+        {"index-tree",
+         [] {
+             return WrittenBy([](const std::string& path) {
+                 dorvik::Tree tree;
+                 for (int level : {0, 1, 1, 0, 1}) tree.add(level);  // files and their units
+                 tree.save(path);
+             });
+         }},
         {"spill-file",
          [] {
              return WrittenBy([](const std::string& path) {

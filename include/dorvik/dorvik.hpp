@@ -342,6 +342,7 @@ public:
 private:
     friend class PostingsFile;
     friend class Dictionary;
+    friend class Tree;
     struct Impl;
     explicit BitSet(std::unique_ptr<Impl> impl) noexcept;
     Impl& writable();
@@ -814,3 +815,4 @@ private:
 #include "dorvik/corpus.hpp"   // normalising a corpus, stripping and scoring marks
 #include "dorvik/filekind.hpp"  // telling files apart and checking them
 #include "dorvik/query.hpp"    // boolean word queries over an inverted index
+#include "dorvik/tree.hpp"     // trees of numbered pieces: files and their units

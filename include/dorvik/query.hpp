@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -65,19 +66,11 @@ public:
     // The ids of the forms in `words` that the wanted patterns match.
     BitSet wanted_forms(Dictionary& words) const;
 
-    // The parsed tree, for the implementation: node 0 is the root.
-    struct Node {
-        // A word, an AND or an OR of the children, or the negation of the one child.
-        enum class Kind { word, all_of, any_of, negated };
-        Kind kind = Kind::word;             // what the node is
-        std::string pattern;                // kind word
-        std::size_t offset = 0;             // of the word or operator in the text
-        std::vector<std::size_t> children;  // indexes into the node table; one for negated
-    };
-
 private:
+    // The parsed tree, defined by the implementation; shared by copies, never changed.
+    struct Parsed;
     std::string text_;
-    std::vector<Node> nodes_;
+    std::shared_ptr<const Parsed> parsed_;
 };
 
 }  // namespace dorvik

@@ -14,6 +14,7 @@
 
 #include "dorvik/BinFile.h"
 #include "dorvik/BitArray.h"
+#include "dorvik/BitsBinFile.h"
 #include "dorvik/dorvik.hpp"
 
 namespace dorvik::cxx {
@@ -123,6 +124,10 @@ inline constexpr std::int64_t kMaxSetBytes = (std::int64_t{BitSet::max_bit} + 1)
 // Error(invalid_file) naming `path` when a set read from it reaches past bit 2^31 - 1,
 // which only a damaged file can give.
 void CheckSetFromFile(const CBitArray& plain, const std::filesystem::path& path);
+
+// Record `record` of `file` as a plain set. Error(invalid_file) naming `path` when the
+// stored form would expand past bit 2^31 - 1, told before anything is expanded.
+CBitArray ReadStoredSet(CBitsBinFile& file, int record, const std::filesystem::path& path);
 
 // Text as the engine's writers take it; they only read the bytes.
 inline unsigned char* Writable(const void* bytes) {

@@ -9,6 +9,19 @@ namespace dorvik {
 
 using cxx::Guard;
 
+CBitArray cxx::ReadStoredSet(CBitsBinFile& file, int record, const std::filesystem::path& path) {
+    // The stored form first, so that a damaged record that would expand past the
+    // largest set is refused before anything is expanded.
+    CBitArray bits(true);
+    file.GetRecord(record, bits, -1);
+    if (form::Expand(bits.GetBuffer(), static_cast<std::size_t>(bits.GetLength()), 1, -1, nullptr) >
+        kMaxSetBytes)
+        throw MakeError(ErrorCode::invalid_file, "a set reaches past bit 2^31 - 1", path);
+    bits.Decompress();
+    bits.SetCompressed(false);
+    return bits;
+}
+
 struct PostingsFile::Impl {
     CBitsBinFile file;
     std::filesystem::path path;
@@ -62,16 +75,7 @@ BitSet PostingsFile::read(std::size_t term) {
     cxx::RequireOpen(is_open(), {});
     if (term >= size()) return BitSet();
     return Guard(impl_->path, [&] {
-        // The stored form first, so that a damaged record that would expand past the
-        // largest set is refused before anything is expanded.
-        CBitArray bits(true);
-        impl_->file.GetRecord(static_cast<int>(term), bits, -1);
-        if (form::Expand(bits.GetBuffer(), static_cast<std::size_t>(bits.GetLength()), 1, -1,
-                         nullptr) > cxx::kMaxSetBytes)
-            throw cxx::MakeError(ErrorCode::invalid_file, "a set reaches past bit 2^31 - 1",
-                                 impl_->path);
-        bits.Decompress();
-        bits.SetCompressed(false);
+        CBitArray bits = cxx::ReadStoredSet(impl_->file, static_cast<int>(term), impl_->path);
         return impl_->Adopt(bits);
     });
 }

@@ -13,7 +13,17 @@ namespace {
 
 constexpr int kMaxDepth = 64;
 
-using Kind = Query::Node::Kind;
+// A node of a parsed query; node 0 is the root.
+struct Node {
+    // A word, an AND or an OR of the children, or the negation of the one child.
+    enum class Kind { word, all_of, any_of, negated };
+    Kind kind = Kind::word;             // what the node is
+    std::string pattern;                // kind word
+    std::size_t offset = 0;             // of the word or operator in the text
+    std::vector<std::size_t> children;  // indexes into the node table; one for negated
+};
+
+using Kind = Node::Kind;
 
 struct Token {
     enum class Type { word, bar, minus, open, close, end } type;
@@ -61,7 +71,7 @@ std::vector<Token> Lex(std::string_view text) {
 
 class Parser {
 public:
-    Parser(std::string_view text, std::vector<Query::Node>& nodes)
+    Parser(std::string_view text, std::vector<Node>& nodes)
         : text_(text), tokens_(Lex(text)), nodes_(nodes) {}
 
     void Run() {
@@ -82,7 +92,7 @@ private:
         throw QueryError(ErrorCode::invalid_argument, what + where, offset);
     }
 
-    std::size_t Add(Query::Node node) {
+    std::size_t Add(Node node) {
         nodes_.push_back(std::move(node));
         return nodes_.size() - 1;
     }
@@ -145,7 +155,7 @@ private:
     std::string_view text_;
     std::vector<Token> tokens_;
     std::size_t at_ = 0;
-    std::vector<Query::Node>& nodes_;
+    std::vector<Node>& nodes_;
 };
 
 // Units 0 .. units - 1.
@@ -156,13 +166,13 @@ BitSet Universe(std::uint32_t units) {
 }
 
 struct Evaluation {
-    const std::vector<Query::Node>& nodes;
+    const std::vector<Node>& nodes;
     std::string_view text;
     Dictionary& words;
     PostingsFile& postings;
     const BitSet& universe;
 
-    BitSet Forms(const Query::Node& node) const {
+    BitSet Forms(const Node& node) const {
         try {
             return words.match_ids(node.pattern);
         } catch (const Error& e) {
@@ -176,7 +186,7 @@ struct Evaluation {
 
     // Recursion is bounded by the nesting the parser allows.
     BitSet Run(std::size_t index) const {
-        const Query::Node& node = nodes[index];
+        const Node& node = nodes[index];
         switch (node.kind) {
             case Kind::word: {
                 BitSet forms = Forms(node);
@@ -216,14 +226,22 @@ struct Evaluation {
 
 }  // namespace
 
-Query::Query(std::string_view text) : text_(text) { Parser(text_, nodes_).Run(); }
+struct Query::Parsed {
+    std::vector<Node> nodes;
+};
+
+Query::Query(std::string_view text) : text_(text) {
+    auto parsed = std::make_shared<Parsed>();
+    Parser(text_, parsed->nodes).Run();
+    parsed_ = std::move(parsed);
+}
 
 std::vector<std::string> Query::wanted() const {
     std::vector<std::string> patterns;
     // Depth-first from the root in the order written, skipping negated subtrees.
     std::vector<std::size_t> stack{0};
     while (!stack.empty()) {
-        const Node& node = nodes_[stack.back()];
+        const Node& node = parsed_->nodes[stack.back()];
         stack.pop_back();
         if (node.kind == Node::Kind::word) patterns.push_back(node.pattern);
         if (node.kind == Node::Kind::negated) continue;
@@ -235,7 +253,7 @@ std::vector<std::string> Query::wanted() const {
 
 BitSet Query::evaluate(Dictionary& words, PostingsFile& postings, std::uint32_t units) const {
     BitSet universe = Universe(units);
-    Evaluation evaluation{nodes_, text_, words, postings, universe};
+    Evaluation evaluation{parsed_->nodes, text_, words, postings, universe};
     BitSet result = evaluation.Run(0);
     result &= universe;
     return result;

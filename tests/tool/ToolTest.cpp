@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -33,9 +34,9 @@ std::string Slurp(const std::string& path) {
 }
 
 // Runs the tool with `args`, `input` on its standard input; standard error goes to
-// `errFd` when one is given (it then stays empty in the result).
+// `errFd` and standard output to `outFd` when given (they then stay empty in the result).
 Result Dorvik(const TempDir& dir, std::vector<std::string> args, const std::string& input = {},
-              int errFd = -1) {
+              int errFd = -1, int outFd = -1) {
     std::string in = dir.Path(".in"), out = dir.Path(".out"), err = dir.Path(".err");
     WriteAll(in, B(input));
     posix_spawn_file_actions_t actions;
@@ -44,6 +45,7 @@ Result Dorvik(const TempDir& dir, std::vector<std::string> args, const std::stri
     posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     if (errFd >= 0) posix_spawn_file_actions_adddup2(&actions, errFd, 2);
+    if (outFd >= 0) posix_spawn_file_actions_adddup2(&actions, outFd, 1);
     args.insert(args.begin(), DORVIK_TOOL);
     std::vector<char*> argv;
     for (std::string& a : args) argv.push_back(a.data());
@@ -60,6 +62,43 @@ Result Dorvik(const TempDir& dir, std::vector<std::string> args, const std::stri
     r.err = Slurp(err);
     return r;
 }
+
+// A terminal for the tool to write to. The slave stays open here too, so that what the
+// tool wrote can still be read once it has ended; output passes untranslated.
+class Terminal {
+public:
+    Terminal() {
+        master_ = posix_openpt(O_RDWR | O_NOCTTY);
+        if (master_ < 0 || grantpt(master_) != 0 || unlockpt(master_) != 0) return;
+        slave_ = open(ptsname(master_), O_RDWR | O_NOCTTY);
+        termios mode{};
+        if (slave_ >= 0 && tcgetattr(slave_, &mode) == 0) {
+            cfmakeraw(&mode);
+            tcsetattr(slave_, TCSANOW, &mode);
+        }
+        fcntl(master_, F_SETFL, O_NONBLOCK);
+    }
+    ~Terminal() {
+        if (slave_ >= 0) close(slave_);
+        if (master_ >= 0) close(master_);
+    }
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+
+    // The descriptor to hand the tool; -1 when no terminal could be had.
+    int Fd() const { return slave_; }
+    // What was written since the last call.
+    std::string Drawn() {
+        std::string text;
+        char buffer[4096];
+        for (ssize_t n; (n = read(master_, buffer, sizeof buffer)) > 0;)
+            text.append(buffer, static_cast<std::size_t>(n));
+        return text;
+    }
+
+private:
+    int master_ = -1, slave_ = -1;
+};
 
 // One line on standard error, naming `what`.
 void ExpectOneLine(const Result& r, const std::string& what) {
@@ -209,38 +248,22 @@ TEST(ToolBuild, WritesTheFolderWithItsManifestAndNeverOverwritesUnasked) {
 
 TEST(ToolBuild, DrawsItsProgressBarOnlyOnATerminalAndNotWhenQuiet) {
     TempDir dir;
-    // A terminal for standard error; the slave stays open here too, so that what the
-    // tool wrote can still be read once it has ended.
-    int master = posix_openpt(O_RDWR | O_NOCTTY);
-    ASSERT_GE(master, 0);
-    ASSERT_EQ(grantpt(master), 0);
-    ASSERT_EQ(unlockpt(master), 0);
-    int slave = open(ptsname(master), O_RDWR | O_NOCTTY);
-    ASSERT_GE(slave, 0);
-    fcntl(master, F_SETFL, O_NONBLOCK);
-    auto drawn = [&] {
-        std::string text;
-        char buffer[4096];
-        for (ssize_t n; (n = read(master, buffer, sizeof buffer)) > 0;)
-            text.append(buffer, static_cast<std::size_t>(n));
-        return text;
-    };
-
-    Result shown = Dorvik(dir, {"build", kCorpus, "-o", dir.Path("a")}, {}, slave);
+    Terminal terminal;
+    ASSERT_GE(terminal.Fd(), 0);
+    Result shown = Dorvik(dir, {"build", kCorpus, "-o", dir.Path("a")}, {}, terminal.Fd());
     EXPECT_EQ(shown.status, 0);
-    std::string bar = drawn();
+    std::string bar = terminal.Drawn();
     for (const char* stage : {"reading ", "sorting ", "indexing "})
         EXPECT_NE(bar.find(stage), std::string::npos) << stage << bar;
     EXPECT_NE(bar.find("##] 100%"), std::string::npos) << bar;
     EXPECT_EQ(bar.substr(bar.size() - 4), "\r\033[K") << bar;  // cleared at the end
     EXPECT_NE(shown.out.find(" forms from 23 words"), std::string::npos) << shown.out;
 
-    Result quiet = Dorvik(dir, {"build", "--quiet", kCorpus, "-o", dir.Path("b")}, {}, slave);
+    Result quiet =
+        Dorvik(dir, {"build", "--quiet", kCorpus, "-o", dir.Path("b")}, {}, terminal.Fd());
     EXPECT_EQ(quiet.status, 0);
-    EXPECT_EQ(drawn(), "");
+    EXPECT_EQ(terminal.Drawn(), "");
     EXPECT_EQ(quiet.out, "");
-    close(slave);
-    close(master);
 
     // Standard error on a file: no bar, only the summary on standard output.
     Result file = Dorvik(dir, {"build", kCorpus, "-o", dir.Path("c")});
@@ -595,6 +618,90 @@ TEST(ToolSearch, CountsLimitsLimitsToAFileAndPrintsJson) {
         EXPECT_NE(json.out.find(part), std::string::npos) << part << "\n" << json.out;
 }
 
+TEST(ToolSearch, LimitsToAFileAsFilteringTheWholeResultByFileWould) {
+    TempDir dir;
+    // Four files, one without words, so that file and unit numbers part ways.
+    std::string blank = dir.Path("blank.txt"), three = dir.Path("three.txt");
+    WriteAll(blank, B("\n \n"));
+    WriteAll(three, B("كُتُبٌ وَ دَرْسٌ\nنُورٌ\n"));
+    std::string idx = dir.Path("idx");
+    const Lines files = {kOne, blank, kTwo, three};
+    ASSERT_EQ(Dorvik(dir, {"index", "-q", kOne, blank, kTwo, three, "-o", idx}).status, 0);
+    for (const char* query : {"كتب", "ال*", "-كتب", "نور | درس*"}) {
+        Result whole = Dorvik(dir, {"search", "-i", idx, "--", query});
+        ASSERT_EQ(whole.status, 0) << whole.err;
+        std::size_t seen = 0;
+        for (const std::string& file : files) {
+            std::string expected;
+            std::size_t start = 0;
+            for (std::size_t end; (end = whole.out.find('\n', start)) != std::string::npos;
+                 start = end + 1)
+                if (whole.out.compare(start, file.size() + 1, file + ":") == 0)
+                    expected += whole.out.substr(start, end + 1 - start);
+            Result in = Dorvik(dir, {"search", "-i", idx, "--in", file, "--", query});
+            EXPECT_EQ(in.status, 0) << in.err;
+            EXPECT_EQ(in.out, expected) << query << " in " << file;
+            seen += expected.size();
+        }
+        EXPECT_EQ(seen, whole.out.size()) << query;  // every unit lies in one of the files
+    }
+    EXPECT_EQ(Dorvik(dir, {"search", "-i", idx, "--count", "--in", three, "--", "-كتب"}).out,
+              "1\n");
+
+    // The tree missing, damaged, or of another index: one line naming it, status 1.
+    std::string tree = idx + "/tree.bin";
+    Bytes good = ReadAll(tree);
+    dorvik::Tree other;
+    other.add(0);
+    other.add(1);
+    other.save(tree);
+    Bytes mismatched = ReadAll(tree);
+    for (const Bytes& bad : {Bytes{}, B("no bit record file"), mismatched}) {
+        if (bad.empty())
+            std::filesystem::remove(tree);
+        else
+            WriteAll(tree, bad);
+        Result r = Dorvik(dir, {"search", "-i", idx, "كتب"});
+        EXPECT_EQ(r.status, 1);
+        ExpectOneLine(r, tree);
+        EXPECT_EQ(r.out, "");
+    }
+    Result inspected = Dorvik(dir, {"inspect", idx});
+    EXPECT_EQ(inspected.status, 1);
+    ExpectOneLine(inspected, tree + ": does not match the files and units of the index");
+    WriteAll(tree, good);
+    EXPECT_EQ(Dorvik(dir, {"inspect", idx}).status, 0);
+}
+
+TEST(ToolSearch, HighlightsTheWordsFoundOnATerminalOnly) {
+    TempDir dir;
+    std::string idx = Indexed(dir);
+    auto hit = [](const std::string& word) { return "\x1b[1;31m" + word + "\x1b[0m"; };
+    // Bare words find their marked forms; a word under NOT is shown but not marked,
+    // and neither is a word that only looks like one found (الكُتُبُ).
+    std::vector<std::string> args = {"search", "-i", idx, "--in", kOne, "--", "كتب الولد | -درسا"};
+    Terminal terminal;
+    ASSERT_GE(terminal.Fd(), 0);
+    Result shown = Dorvik(dir, args, {}, -1, terminal.Fd());
+    EXPECT_EQ(shown.status, 0) << shown.err;
+    EXPECT_EQ(terminal.Drawn(),
+              kOne + ":1: " + hit("كَتَبَ") + " " + hit("الوَلَدُ") + " دَرْسًا\n" +  //
+                  kOne + ":2: قَرَأَ " + hit("الوَلَدُ") + " كِتَابًا\n" +            //
+                  kOne + ":4: الكُتُبُ عَلَى الطَّاوِلَةِ\n" +                         //
+                  kOne + ":5: " + hit("كَتَبَ") + " الأُسْتَاذُ\n");
+    // Wildcards mark every form they match, and only whole words.
+    Dorvik(dir, {"search", "-i", idx, "--in", kTwo, "ال*م*"}, {}, -1, terminal.Fd());
+    EXPECT_EQ(terminal.Drawn(), kTwo + ":1: " + hit("العِلْمُ") + " نُورٌ\n");
+
+    // Piped or as JSON: the text as it stands.
+    Result piped = Dorvik(dir, args);
+    EXPECT_EQ(piped.out.find('\x1b'), std::string::npos) << piped.out;
+    EXPECT_NE(piped.out.find(":1: كَتَبَ الوَلَدُ دَرْسًا\n"), std::string::npos) << piped.out;
+    args.insert(args.begin() + 1, "--json");
+    Dorvik(dir, args, {}, -1, terminal.Fd());
+    EXPECT_EQ(terminal.Drawn().find('\x1b'), std::string::npos);
+}
+
 TEST(ToolSearch, FindsParagraphsAndFilesAsUnits) {
     TempDir dir;
     std::string paragraphs = Indexed(dir, "paragraph"), files = Indexed(dir, "file");
@@ -613,8 +720,8 @@ TEST(ToolIndex, AddingFilesEqualsARebuildByteForByte) {
     ASSERT_EQ(Dorvik(dir, {"index", "-q", kOne, "-o", grown}).status, 0);
     Result add = Dorvik(dir, {"index", "-q", "--add", kTwo, "-o", grown});
     ASSERT_EQ(add.status, 0) << add.err;
-    EXPECT_EQ(Names(grown), (Lines{"files.bin", "manifest.json", "postings.bin", "units.bin",
-                                   "words.bin", "words.sort", "words.wild"}));
+    EXPECT_EQ(Names(grown), (Lines{"files.bin", "manifest.json", "postings.bin", "tree.bin",
+                                   "units.bin", "words.bin", "words.sort", "words.wild"}));
     for (const std::string& name : Names(full)) {
         if (name == "manifest.json") continue;
         EXPECT_EQ(Slurp(grown + "/" + name), Slurp(full + "/" + name)) << name;
@@ -682,7 +789,8 @@ TEST(ToolInspect, SumsUpAnIndexFolderAndItsFiles) {
     EXPECT_EQ(r.status, 0) << r.err;
     for (const std::string& part :
          {idx + ": index folder, valid", std::string("8 lines of"), idx + "/words.bin: dictionary",
-          idx + "/postings.bin", idx + "/units.bin", idx + "/files.bin", std::string("bits set")})
+          idx + "/postings.bin", idx + "/units.bin", idx + "/files.bin", idx + "/tree.bin",
+          std::string("bits set")})
         EXPECT_NE(r.out.find(part), std::string::npos) << part << "\n" << r.out;
     std::filesystem::remove(idx + "/words.wild");
     Result missing = Dorvik(dir, {"inspect", idx});

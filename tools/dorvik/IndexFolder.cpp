@@ -26,13 +26,6 @@ std::string Encode(const Place& place) {
     return out;
 }
 
-std::string Encode(const SourceFile& file) {
-    std::string out;
-    Put(out, file.first);
-    Put(out, file.count);
-    return out + file.path;
-}
-
 Index::Index(const std::filesystem::path& where, bool writable) : folder(where) {
     std::optional<Manifest> m = ReadManifest(folder, Manifest::Kind::index);
     if (!m) throw Failure(kDataError, folder.string() + ": no index (no manifest.json)");
@@ -45,9 +38,15 @@ Index::Index(const std::filesystem::path& where, bool writable) : folder(where) 
     postings = dorvik::PostingsFile(folder / IndexFiles::postings, options);
     units = dorvik::RecordFile(folder / IndexFiles::units, bulk);
     files = dorvik::RecordFile(folder / IndexFiles::files, options);
+    tree = dorvik::Tree(folder / IndexFiles::tree);
     if (units.size() != manifest.units)
         throw Failure(kDataError, (folder / IndexFiles::units).string() +
                                       ": holds another number of units than the manifest says");
+    // Files at level 0 and units at level 1, nothing else: then every unit has its file.
+    if (tree.levels() > 2 || tree.count(0) != files.size() || tree.count(1) != units.size() ||
+        tree.size() != files.size() + units.size() || (tree.size() > 0 && tree.level(0) != 0))
+        throw Failure(kDataError, (folder / IndexFiles::tree).string() +
+                                      ": does not match the files and units of the index");
 }
 
 Place Index::PlaceOf(std::uint32_t unit) {
@@ -63,13 +62,15 @@ Place Index::PlaceOf(std::uint32_t unit) {
 
 std::vector<SourceFile> Index::Files() {
     std::vector<SourceFile> result;
+    // Nodes run file, its units, the next file, ...: the node of file f less f is the
+    // number of units before the file, and its units run up to the next file's node.
+    // The constructor's checks keep these numbers within the units.
+    std::uint32_t node = tree.node(0, 0).value_or(0);
     for (std::size_t f = 0; f < files.size(); ++f) {
-        std::string record = files.read_string(f);
-        if (record.size() < 8 || Get(record, 0) > manifest.units ||
-            Get(record, 4) > manifest.units - Get(record, 0))
-            throw Failure(kDataError, (folder / IndexFiles::files).string() + ": damaged record " +
-                                          std::to_string(f));
-        result.push_back({Get(record, 0), Get(record, 4), record.substr(8)});
+        std::uint32_t next = tree.node(f + 1, 0).value_or(tree.size());
+        result.push_back(
+            {node - static_cast<std::uint32_t>(f), next - node - 1, files.read_string(f)});
+        node = next;
     }
     return result;
 }

@@ -1,5 +1,6 @@
 // dorvik inspect: say what a file of the engine is, check it and sum it up.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 
@@ -70,8 +71,8 @@ std::vector<Checked> CheckFolder(const std::filesystem::path& folder, unsigned r
     std::vector<std::string_view> names = {Files::forms, Files::sorted, Files::wildcards,
                                            Files::frequencies};
     if (index)
-        names = {IndexFiles::words,    "words.sort",      "words.wild",
-                 IndexFiles::postings, IndexFiles::units, IndexFiles::files};
+        names = {IndexFiles::words, "words.sort",      "words.wild",    IndexFiles::postings,
+                 IndexFiles::units, IndexFiles::files, IndexFiles::tree};
     for (std::string_view name : names) {
         std::filesystem::path path = folder / name;
         if (!std::filesystem::exists(path, error)) {
@@ -90,6 +91,24 @@ std::vector<Checked> CheckFolder(const std::filesystem::path& folder, unsigned r
             file.summary.kind != dorvik::FileKind::dictionary) {
             file.valid = false;
             file.problem = "no dictionary but a " + file.kind;
+        }
+    }
+    // Sound files that disagree: the tree must hold every file and unit of the index.
+    bool sound = std::all_of(all.begin(), all.end(), [](const Checked& c) { return c.valid; });
+    if (index && sound && all[0].manifest) {  // `top` moved with the pushes
+        Checked& tree = all.back();
+        auto fail = [&tree](std::string problem) {
+            std::string own = tree.path + ": ";
+            if (problem.rfind(own, 0) == 0) problem.erase(0, own.size());
+            tree.valid = false;
+            tree.problem = problem;
+        };
+        try {
+            Index opened(folder, false);
+        } catch (const Failure& e) {
+            fail(e.what());
+        } catch (const dorvik::Error& e) {
+            fail(Describe(e));
         }
     }
     // A file's problem makes the folder invalid; it is told at the file.

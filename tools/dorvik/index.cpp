@@ -78,7 +78,7 @@ struct Writer {
             throw Failure(kDataError, name + ": larger than 4 GiB");
         std::string text = ReadFile(name);
         auto file = static_cast<std::uint32_t>(index.files.size());
-        auto first = static_cast<std::uint32_t>(index.units.size());
+        index.tree.add(0);
         CutUnits(text, options.unit,
                  [&](std::size_t offset, std::size_t length, std::uint32_t line) {
                      std::string_view bytes = std::string_view(text).substr(offset, length);
@@ -101,12 +101,12 @@ struct Writer {
                          indexer.add(index.words.add(word).first, static_cast<std::uint32_t>(unit));
                      index.units.append(Encode(Place{file, line, static_cast<std::uint32_t>(offset),
                                                      static_cast<std::uint32_t>(length)}));
+                     index.tree.add(1);
                      index.manifest.tokens += words.size();
                      bar.Show("indexing", before + offset, total, true);
                      CheckInterrupted();
                  });
-        auto count = static_cast<std::uint32_t>(index.units.size()) - first;
-        index.files.append(Encode(SourceFile{first, count, name}));
+        index.files.append(name);
         index.manifest.sources.push_back({name, text.size()});
     }
 };
@@ -123,6 +123,7 @@ void Create(const std::filesystem::path& folder, const IndexOptions& options) {
     dorvik::PostingsFile(folder / IndexFiles::postings, create).close();
     dorvik::RecordFile(folder / IndexFiles::units, create).close();
     dorvik::RecordFile(folder / IndexFiles::files, create).close();
+    dorvik::Tree().save(folder / IndexFiles::tree);
 }
 
 // Copies the index at `from` into the empty folder `to`, so that adding works on a copy.
@@ -179,6 +180,7 @@ int Run(const IndexOptions& options) {
     index.postings.close();
     index.units.close();
     index.files.close();
+    index.tree.save(folder.Work() / IndexFiles::tree);
     WriteFile(folder.Work() / dorvik::Diacritizer::Files::manifest, ToJson(index.manifest));
     CheckInterrupted();
     folder.Commit();
