@@ -114,4 +114,16 @@ TEST(Tree, RefusesMissingAndDamagedFiles) {
     huge.push_back(0x07);
     WriteAll(dir.Path("huge.bin"), RecordFileImage({Bytes{0x01, 0x01}, huge}));
     EXPECT_EQ(codeOf("huge.bin"), dorvik::ErrorCode::invalid_file);
+
+    // Levels past the bound a reader sets are refused before any is expanded.
+    WriteAll(dir.Path("deep.bin"),
+             RecordFileImage({Bytes{0x01, 0x01}, Bytes{0x01, 0x02}, Bytes{0x01, 0x04}}));
+    EXPECT_EQ(dorvik::Tree(dir.Path("deep.bin")).levels(), 3);
+    try {
+        dorvik::Tree tree(dir.Path("deep.bin"), 2);
+        ADD_FAILURE() << "three levels loaded under a bound of two";
+    } catch (const dorvik::Error& e) {
+        EXPECT_EQ(e.code(), dorvik::ErrorCode::invalid_file);
+        EXPECT_EQ(e.path(), dir.Path("deep.bin"));
+    }
 }

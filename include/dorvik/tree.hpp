@@ -32,12 +32,12 @@ public:
     Tree() noexcept;
     // Loads the tree saved at `path`, whole, into memory: each level as a plain bitmap
     // of (its highest node + 1) / 8 bytes, at most 256 MiB (so a damaged file of many
-    // levels can ask for that much per level). Throws Error: not_found,
-    // invalid_file (no bit record file, or a level reaching past bit 2^31 - 1, which
-    // only damage gives; checked before anything is expanded), out_of_memory, or the OS
-    // failure. A file that was saved from another kind of bit record file loads as
-    // whatever forest its bits describe.
-    explicit Tree(const std::filesystem::path& path);
+    // levels can ask for that much per level; `max_levels` bounds that). Throws Error:
+    // not_found, invalid_file (no bit record file, more levels than `max_levels`, or a
+    // level reaching past bit 2^31 - 1, which only damage gives; checked before
+    // anything is expanded), out_of_memory, or the OS failure. A file that was saved
+    // from another kind of bit record file loads as whatever forest its bits describe.
+    explicit Tree(const std::filesystem::path& path, std::size_t max_levels = SIZE_MAX);
     // Take over the nodes of `other`, which is left empty; assigning drops this tree's.
     Tree(Tree&& other) noexcept;
     Tree& operator=(Tree&& other) noexcept;

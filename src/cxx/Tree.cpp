@@ -26,11 +26,15 @@ std::optional<int> NodeNumber(const CHierarchy* tree, std::uint32_t node) {
 
 Tree::Tree() noexcept = default;
 
-Tree::Tree(const std::filesystem::path& path) : impl_(std::make_unique<Impl>()) {
+Tree::Tree(const std::filesystem::path& path, std::size_t max_levels)
+    : impl_(std::make_unique<Impl>()) {
     CBitsBinFile file;
     cxx::OpenRecordFile(file, path, OpenOptions{.read_only = true});
     Guard(path, [&] {
         int levels = file.GetRecordCount();
+        if (static_cast<std::size_t>(levels) > max_levels)
+            throw cxx::MakeError(ErrorCode::invalid_file,
+                                 "more levels than " + std::to_string(max_levels), path);
         for (int level = 0; level < levels; ++level)
             *impl_->tree.GetAt(level) = cxx::ReadStoredSet(file, level, path);
         impl_->tree.m_nNodeCount = -1;

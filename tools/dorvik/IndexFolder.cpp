@@ -38,7 +38,7 @@ Index::Index(const std::filesystem::path& where, bool writable) : folder(where) 
     postings = dorvik::PostingsFile(folder / IndexFiles::postings, options);
     units = dorvik::RecordFile(folder / IndexFiles::units, bulk);
     files = dorvik::RecordFile(folder / IndexFiles::files, options);
-    tree = dorvik::Tree(folder / IndexFiles::tree);
+    tree = dorvik::Tree(folder / IndexFiles::tree, 2);  // files and units: never more
     if (units.size() != manifest.units)
         throw Failure(kDataError, (folder / IndexFiles::units).string() +
                                       ": holds another number of units than the manifest says");
