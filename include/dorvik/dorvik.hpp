@@ -378,6 +378,10 @@ public:
     std::size_t size() const;
     // The documents of `term`: one read and an expansion. A term past size() has none.
     BitSet read(std::size_t term);
+    // The record of `term` as stored: the compressed form that BitSet::from_compressed
+    // reads, unexpanded (one read, no expansion, so its size follows the stored bytes
+    // whatever set it stands for). Empty for an empty record and a term past size().
+    std::vector<std::byte> read_compressed(std::size_t term);
     // unite and intersect: the union or intersection of the records of `terms` (any
     // order, repeats allowed; terms past size() count as empty). An intersection stops
     // at the first empty result and never expands a record beyond the result so far.

@@ -1,7 +1,13 @@
+#include <algorithm>
+#include <bit>
+#include <cstring>
 #include <optional>
 #include <utility>
 #include <vector>
 
+#include "bits/CompressedForm.h"
+
+#include "cxx/Boundary.h"
 #include "dorvik/dorvik.hpp"
 
 namespace dorvik {
@@ -148,6 +154,20 @@ private:
     std::vector<Query::Node>& nodes_;
 };
 
+// look_up(), with a pattern the look-up refuses reported as a QueryError at its word.
+template <class LookUp>
+auto Refused(std::string_view text, const Query::Node& node, LookUp&& look_up) {
+    try {
+        return look_up();
+    } catch (const Error& e) {
+        if (e.code() != ErrorCode::bad_text && e.code() != ErrorCode::invalid_argument) throw;
+        throw QueryError(ErrorCode::bad_text,
+                         "'" + node.pattern + "' at character " +
+                             std::to_string(CharacterAt(text, node.offset)) + ": " + e.what(),
+                         node.offset);
+    }
+}
+
 // Units 0 .. units - 1.
 BitSet Universe(std::uint32_t units) {
     std::vector<std::byte> bitmap((units + 7) / 8, std::byte{0xFF});
@@ -163,15 +183,7 @@ struct Evaluation {
     const BitSet& universe;
 
     BitSet Forms(const Query::Node& node) const {
-        try {
-            return words.match_ids(node.pattern);
-        } catch (const Error& e) {
-            if (e.code() != ErrorCode::bad_text && e.code() != ErrorCode::invalid_argument) throw;
-            throw QueryError(ErrorCode::bad_text,
-                             "'" + node.pattern + "' at character " +
-                                 std::to_string(CharacterAt(text, node.offset)) + ": " + e.what(),
-                             node.offset);
-        }
+        return Refused(text, node, [&] { return words.match_ids(node.pattern); });
     }
 
     // Recursion is bounded by the nesting the parser allows.
@@ -245,6 +257,316 @@ BitSet Query::wanted_forms(Dictionary& words) const {
     BitSet forms;
     for (const std::string& pattern : wanted()) forms |= words.match_ids(pattern);
     return forms;
+}
+
+// ---- Searcher ------------------------------------------------------------------------
+
+namespace {
+
+static_assert(std::endian::native == std::endian::little,
+              "a stored record is laid over the bitmap's 64-bit words byte by byte");
+
+// The wildcard index leaves letters after the 1024th of a word out, so only words
+// within that agree with their unmarked form letter for letter.
+constexpr std::size_t kMaxViewLetters = 1024;
+
+std::size_t Letters(std::string_view utf8) {
+    std::size_t n = 0;
+    for (char c : utf8) n += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    return n;
+}
+
+// A set of units while a query is answered: a rising list of unit numbers while it is
+// smaller than a bitmap would be, else the bitmap (bit u in word u / 64).
+struct UnitSet {
+    bool dense = false;
+    std::vector<std::uint32_t> list;
+    std::vector<std::uint64_t> words;
+};
+
+// The operations on the sets of units 0 .. n - 1. No set ever holds a unit at or past n.
+class Units {
+public:
+    explicit Units(std::uint32_t n) : n_(n), wordCount_((std::size_t{n} + 63) / 64) {}
+
+    UnitSet All() const {
+        UnitSet all;
+        all.dense = true;
+        all.words.assign(wordCount_, ~std::uint64_t{0});
+        Trim(all);
+        return all;
+    }
+
+    // Adds the units of a record in its stored form: listed one by one while the set
+    // stays small, else laid over the bitmap item by item (runs as memset).
+    void Add(UnitSet& set, std::span<const std::byte> stored) const {
+        if (stored.size() <= 1) return;
+        const auto* form = reinterpret_cast<const unsigned char*>(stored.data());
+        int length = static_cast<int>(std::min<std::size_t>(stored.size(), INT32_MAX));
+        if (!set.dense &&
+            (stored.size() > wordCount_ * 4 ||
+             set.list.size() + static_cast<std::size_t>(form::CountSetBits(form, length)) >
+                 Limit()))
+            MakeDense(set);
+        if (!set.dense) {
+            form::ForEachSetBit(form, length, [&](long long bit) {
+                if (bit < n_) set.list.push_back(static_cast<std::uint32_t>(bit));
+            });
+            return;
+        }
+        auto* bytes = reinterpret_cast<unsigned char*>(set.words.data());
+        std::size_t room = set.words.size() * 8, done = 0;
+        form::WalkItems(form, stored.size(), 1, [&](const form::Item& item) {
+            if (done >= room) return false;
+            std::size_t take = std::min(item.plain, room - done);
+            if (!item.run) {
+                for (std::size_t k = 0; k < take; ++k) bytes[done + k] |= form[item.pos + k];
+            } else if (item.value) {
+                std::memset(bytes + done, 0xFF, take);
+            }
+            done += item.plain;
+            return true;
+        });
+        Trim(set);
+    }
+
+    // After Add()s of several records: a list in rising order without repeats.
+    static void Settle(UnitSet& set) {
+        if (set.dense) return;
+        std::sort(set.list.begin(), set.list.end());
+        set.list.erase(std::unique(set.list.begin(), set.list.end()), set.list.end());
+    }
+
+    // a becomes a | b.
+    void Or(UnitSet& a, UnitSet&& b) const {
+        if (!a.dense && a.list.empty()) {
+            a = std::move(b);
+            return;
+        }
+        if (!a.dense && !b.dense && a.list.size() + b.list.size() <= Limit()) {
+            std::vector<std::uint32_t> both;
+            both.reserve(a.list.size() + b.list.size());
+            std::set_union(a.list.begin(), a.list.end(), b.list.begin(), b.list.end(),
+                           std::back_inserter(both));
+            a.list = std::move(both);
+            return;
+        }
+        if (!a.dense && b.dense) std::swap(a, b);
+        MakeDense(a);
+        if (b.dense) {
+            for (std::size_t i = 0; i < wordCount_; ++i) a.words[i] |= b.words[i];
+        } else {
+            for (std::uint32_t u : b.list) a.words[u / 64] |= std::uint64_t{1} << (u % 64);
+        }
+    }
+
+    // a becomes a & b; a list stays a list.
+    static void And(UnitSet& a, UnitSet&& b) {
+        if (a.dense && !b.dense) std::swap(a, b);
+        if (a.dense) {
+            for (std::size_t i = 0; i < a.words.size(); ++i) a.words[i] &= b.words[i];
+        } else if (b.dense) {
+            std::erase_if(a.list, [&](std::uint32_t u) { return !Test(b, u); });
+        } else {
+            std::vector<std::uint32_t> both;
+            std::set_intersection(a.list.begin(), a.list.end(), b.list.begin(), b.list.end(),
+                                  std::back_inserter(both));
+            a.list = std::move(both);
+        }
+    }
+
+    // a becomes a - b.
+    static void Minus(UnitSet& a, const UnitSet& b) {
+        if (!a.dense && b.dense) {
+            std::erase_if(a.list, [&](std::uint32_t u) { return Test(b, u); });
+        } else if (!a.dense) {
+            std::vector<std::uint32_t> rest;
+            std::set_difference(a.list.begin(), a.list.end(), b.list.begin(), b.list.end(),
+                                std::back_inserter(rest));
+            a.list = std::move(rest);
+        } else if (b.dense) {
+            for (std::size_t i = 0; i < a.words.size(); ++i) a.words[i] &= ~b.words[i];
+        } else {
+            for (std::uint32_t u : b.list) a.words[u / 64] &= ~(std::uint64_t{1} << (u % 64));
+        }
+    }
+
+    static bool Empty(const UnitSet& set) {
+        if (!set.dense) return set.list.empty();
+        return std::all_of(set.words.begin(), set.words.end(),
+                           [](std::uint64_t w) { return w == 0; });
+    }
+
+    static std::vector<std::uint32_t> Listed(UnitSet&& set) {
+        if (!set.dense) return std::move(set.list);
+        std::vector<std::uint32_t> units;
+        for (std::size_t i = 0; i < set.words.size(); ++i)
+            for (std::uint64_t w = set.words[i]; w; w &= w - 1)
+                units.push_back(static_cast<std::uint32_t>(i * 64) +
+                                static_cast<std::uint32_t>(std::countr_zero(w)));
+        return units;
+    }
+
+private:
+    // The size at which a list of 4-byte units is as large as the bitmap.
+    std::size_t Limit() const { return wordCount_ * 2; }
+
+    static bool Test(const UnitSet& set, std::uint32_t u) {
+        return (set.words[u / 64] >> (u % 64)) & 1;
+    }
+
+    void MakeDense(UnitSet& set) const {
+        if (set.dense) return;
+        set.words.assign(wordCount_, 0);
+        for (std::uint32_t u : set.list) set.words[u / 64] |= std::uint64_t{1} << (u % 64);
+        set.list = {};
+        set.dense = true;
+    }
+
+    // Clears the bits at and past n in the last word.
+    void Trim(UnitSet& set) const {
+        if (n_ % 64 != 0 && !set.words.empty())
+            set.words.back() &= (std::uint64_t{1} << (n_ % 64)) - 1;
+    }
+
+    std::uint32_t n_;
+    std::size_t wordCount_;
+};
+
+// The units of node `index` of a parsed query; `word` gives those of a word. The same
+// order as Evaluation::Run: wanted parts first, unwanted ones only thin a result.
+// Recursion is bounded by the nesting the parser allows.
+template <class WordUnits>
+UnitSet Answer(const std::vector<Query::Node>& nodes, std::size_t index, const Units& sets,
+               WordUnits& word) {
+    const Query::Node& node = nodes[index];
+    switch (node.kind) {
+        case Kind::word:
+            return word(node);
+        case Kind::negated: {
+            UnitSet all = sets.All();
+            Units::Minus(all, Answer(nodes, node.children[0], sets, word));
+            return all;
+        }
+        case Kind::any_of: {
+            UnitSet result;
+            for (std::size_t child : node.children)
+                sets.Or(result, Answer(nodes, child, sets, word));
+            return result;
+        }
+        case Kind::all_of:
+            break;
+    }
+    std::optional<UnitSet> result;
+    for (std::size_t child : node.children) {
+        if (nodes[child].kind == Kind::negated) continue;
+        UnitSet part = Answer(nodes, child, sets, word);
+        if (result)
+            Units::And(*result, std::move(part));
+        else
+            result = std::move(part);
+        if (Units::Empty(*result)) return std::move(*result);
+    }
+    if (!result) result = sets.All();
+    for (std::size_t child : node.children) {
+        if (nodes[child].kind != Kind::negated) continue;
+        Units::Minus(*result, Answer(nodes, nodes[child].children[0], sets, word));
+        if (Units::Empty(*result)) break;
+    }
+    return std::move(*result);
+}
+
+}  // namespace
+
+Searcher::Searcher(Dictionary& words, PostingsFile& postings, std::uint32_t units)
+    : words_(&words), postings_(&postings), units_(units) {
+    for (auto it = words.begin(); it != words.end(); ++it) {
+        std::string key = strip_marks(*it);
+        if (Letters(key) > kMaxViewLetters) {
+            viewsUsable_ = false;
+            forwards_ = {};
+            backwards_ = {};
+            return;
+        }
+        auto id = static_cast<std::uint32_t>(it.id());
+        auto size = static_cast<std::uint32_t>(key.size());
+        forwards_.entries.push_back({static_cast<std::uint32_t>(forwards_.keys.size()), size, id});
+        forwards_.keys += key;
+        std::reverse(key.begin(), key.end());
+        backwards_.entries.push_back(
+            {static_cast<std::uint32_t>(backwards_.keys.size()), size, id});
+        backwards_.keys += key;
+    }
+    for (View* view : {&forwards_, &backwards_})
+        std::sort(view->entries.begin(), view->entries.end(),
+                  [view](const View::Entry& a, const View::Entry& b) {
+                      return view->Key(a) < view->Key(b);
+                  });
+}
+
+// A whole word, "ab*" or "*ab" without marks and without `?`: the ids from the views.
+// False for any other pattern, which the wildcard index answers.
+bool Searcher::Lookup(std::string_view pattern, std::vector<std::uint32_t>& ids) const {
+    if (!viewsUsable_ || pattern.empty()) return false;
+    cxx::EncodeWord(pattern, "pattern");  // refuses what match_ids() refuses
+    if (pattern.find('?') != std::string_view::npos ||
+        pattern.find("\xD8\x9F") != std::string_view::npos)  // the Arabic question mark
+        return false;
+    std::string_view core = pattern;
+    bool prefix = false, suffix = false;
+    std::size_t star = core.find('*');
+    if (star == core.size() - 1) {
+        prefix = true;
+        core.remove_suffix(1);
+    } else if (star != std::string_view::npos) {
+        // Leading stars, however many, try every start: a suffix.
+        core.remove_prefix(core.find_first_not_of('*') == std::string_view::npos
+                               ? core.size()
+                               : core.find_first_not_of('*'));
+        if (star != 0 || core.find('*') != std::string_view::npos) return false;
+        suffix = true;
+    }
+    if (core.empty() || strip_marks(core).size() != core.size()) return false;
+    const View& view = suffix ? backwards_ : forwards_;
+    std::string key(core);
+    if (suffix) std::reverse(key.begin(), key.end());
+    auto at = std::lower_bound(
+        view.entries.begin(), view.entries.end(), std::string_view(key),
+        [&](const View::Entry& e, std::string_view k) { return view.Key(e) < k; });
+    for (; at != view.entries.end(); ++at) {
+        std::string_view k = view.Key(*at);
+        if (prefix || suffix ? !k.starts_with(key) : k != key) break;
+        ids.push_back(at->id);
+    }
+    return true;
+}
+
+BitSet Searcher::forms(std::string_view pattern) {
+    std::vector<std::uint32_t> ids;
+    if (!Lookup(pattern, ids)) return words_->match_ids(pattern);
+    BitSet set;
+    for (std::uint32_t id : ids) set.set(id);
+    return set;
+}
+
+std::vector<std::uint32_t> Searcher::search(const Query& query) {
+    Units sets(units_);
+    std::vector<std::uint32_t> ids;
+    auto word = [&](const Query::Node& node) {
+        ids.clear();
+        Refused(query.text_, node, [&] {
+            if (!Lookup(node.pattern, ids)) {
+                BitSet found = words_->match_ids(node.pattern);
+                ids.assign(found.begin(), found.end());
+            }
+            return 0;
+        });
+        UnitSet set;
+        for (std::uint32_t id : ids) sets.Add(set, postings_->read_compressed(id));
+        if (ids.size() > 1) Units::Settle(set);
+        return set;
+    };
+    return Units::Listed(Answer(query.nodes_, 0, sets, word));
 }
 
 }  // namespace dorvik
