@@ -58,8 +58,9 @@ public:
     // wildcard look-up in `words` and one union of the records of the forms it matches
     // ("*" alone reads every record); AND, OR and NOT are word-at-a-time over bitmaps of
     // at most units / 8 bytes. A unit past `units` in `postings` is never returned.
-    // Throws QueryError(bad_text) naming the word a look-up refused, and the Error of
-    // the files.
+    // Throws QueryError(bad_text) naming the first word (in the order written) that
+    // invalid UTF-8, a NUL or a character Windows-1256 cannot hold spoils, before
+    // anything is read, and the Error of the files.
     BitSet evaluate(Dictionary& words, PostingsFile& postings, std::uint32_t units) const;
 
     // The ids of the forms in `words` that the wanted patterns match.

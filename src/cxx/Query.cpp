@@ -168,6 +168,14 @@ auto Refused(std::string_view text, const Query::Node& node, LookUp&& look_up) {
     }
 }
 
+// Refuses a word that no dictionary can hold before anything is looked up, so that a
+// query is refused whatever the index holds and however far an evaluation goes.
+void CheckWords(std::string_view text, const std::vector<Query::Node>& nodes) {
+    for (const Query::Node& node : nodes)
+        if (node.kind == Kind::word)
+            Refused(text, node, [&] { return cxx::EncodeWord(node.pattern, "pattern"); });
+}
+
 // Units 0 .. units - 1.
 BitSet Universe(std::uint32_t units) {
     std::vector<std::byte> bitmap((units + 7) / 8, std::byte{0xFF});
@@ -246,6 +254,7 @@ std::vector<std::string> Query::wanted() const {
 }
 
 BitSet Query::evaluate(Dictionary& words, PostingsFile& postings, std::uint32_t units) const {
+    CheckWords(text_, nodes_);
     BitSet universe = Universe(units);
     Evaluation evaluation{nodes_, text_, words, postings, universe};
     BitSet result = evaluation.Run(0);
@@ -284,6 +293,12 @@ struct UnitSet {
     std::vector<std::uint64_t> words;
 };
 
+// The records of the forms of one word, as stored, and their total size.
+struct WordRecords {
+    std::vector<std::vector<std::byte>> records;
+    std::size_t bytes = 0;
+};
+
 // The operations on the sets of units 0 .. n - 1. No set ever holds a unit at or past n.
 class Units {
 public:
@@ -320,7 +335,15 @@ public:
             if (done >= room) return false;
             std::size_t take = std::min(item.plain, room - done);
             if (!item.run) {
-                for (std::size_t k = 0; k < take; ++k) bytes[done + k] |= form[item.pos + k];
+                std::size_t k = 0;
+                for (; k + 8 <= take; k += 8) {
+                    std::uint64_t a, b;
+                    std::memcpy(&a, bytes + done + k, 8);
+                    std::memcpy(&b, form + item.pos + k, 8);
+                    a |= b;
+                    std::memcpy(bytes + done + k, &a, 8);
+                }
+                for (; k < take; ++k) bytes[done + k] |= form[item.pos + k];
             } else if (item.value) {
                 std::memset(bytes + done, 0xFF, take);
             }
@@ -330,11 +353,50 @@ public:
         Trim(set);
     }
 
-    // After Add()s of several records: a list in rising order without repeats.
-    static void Settle(UnitSet& set) {
-        if (set.dense) return;
-        std::sort(set.list.begin(), set.list.end());
-        set.list.erase(std::unique(set.list.begin(), set.list.end()), set.list.end());
+    // The units of a word: the union of its records.
+    UnitSet Make(const WordRecords& word) const {
+        UnitSet set;
+        for (const auto& record : word.records) Add(set, record);
+        if (!set.dense && word.records.size() > 1) {
+            std::sort(set.list.begin(), set.list.end());
+            set.list.erase(std::unique(set.list.begin(), set.list.end()), set.list.end());
+        }
+        return set;
+    }
+
+    // a becomes a & word (`keep`) or a - word (not `keep`). A list is matched against
+    // the stored records item by item, never expanding them: the cost follows the
+    // items up to the last listed unit plus the list.
+    void Filter(UnitSet& a, const WordRecords& word, bool keep) const {
+        if (a.dense) {
+            UnitSet b = Make(word);
+            if (keep)
+                And(a, std::move(b));
+            else
+                Minus(a, b);
+            return;
+        }
+        std::vector<char> in(a.list.size(), 0);
+        for (const auto& record : word.records) {
+            if (record.size() <= 1) continue;
+            const auto* form = reinterpret_cast<const unsigned char*>(record.data());
+            std::size_t at = 0, done = 0;  // the next listed unit; plain bytes passed
+            form::WalkItems(form, record.size(), 1, [&](const form::Item& item) {
+                std::size_t end = done + item.plain;
+                for (; at < a.list.size() && a.list[at] / 8 < end; ++at) {
+                    std::size_t byte = a.list[at] / 8;
+                    if (byte < done) continue;
+                    unsigned char plain = item.run ? item.value : form[item.pos + byte - done];
+                    if ((plain >> (a.list[at] % 8)) & 1) in[at] = 1;
+                }
+                done = end;
+                return at < a.list.size();
+            });
+        }
+        std::size_t kept = 0;
+        for (std::size_t i = 0; i < a.list.size(); ++i)
+            if ((in[i] != 0) == keep) a.list[kept++] = a.list[i];
+        a.list.resize(kept);
     }
 
     // a becomes a | b.
@@ -433,44 +495,72 @@ private:
     std::size_t wordCount_;
 };
 
-// The units of node `index` of a parsed query; `word` gives those of a word. The same
-// order as Evaluation::Run: wanted parts first, unwanted ones only thin a result.
-// Recursion is bounded by the nesting the parser allows.
-template <class WordUnits>
+// The units of node `index` of a parsed query; `fetch` gives the records of a word.
+// In an AND the parts that are no single word come first, then the words from the
+// smallest records up: once the result is a short list, every further word (wanted or
+// not) only filters it. Recursion is bounded by the nesting the parser allows.
+template <class Fetch>
 UnitSet Answer(const std::vector<Query::Node>& nodes, std::size_t index, const Units& sets,
-               WordUnits& word) {
+               Fetch& fetch) {
     const Query::Node& node = nodes[index];
     switch (node.kind) {
         case Kind::word:
-            return word(node);
+            return sets.Make(fetch(node));
         case Kind::negated: {
             UnitSet all = sets.All();
-            Units::Minus(all, Answer(nodes, node.children[0], sets, word));
+            Units::Minus(all, Answer(nodes, node.children[0], sets, fetch));
             return all;
         }
         case Kind::any_of: {
             UnitSet result;
             for (std::size_t child : node.children)
-                sets.Or(result, Answer(nodes, child, sets, word));
+                sets.Or(result, Answer(nodes, child, sets, fetch));
             return result;
         }
         case Kind::all_of:
             break;
     }
     std::optional<UnitSet> result;
-    for (std::size_t child : node.children) {
-        if (nodes[child].kind == Kind::negated) continue;
-        UnitSet part = Answer(nodes, child, sets, word);
+    auto narrow = [&](UnitSet part) {
         if (result)
             Units::And(*result, std::move(part));
         else
             result = std::move(part);
+        return !Units::Empty(*result);
+    };
+    struct Part {
+        WordRecords word;
+        bool wanted;
+    };
+    std::vector<Part> words;
+    for (std::size_t child : node.children) {
+        bool wanted = nodes[child].kind != Kind::negated;
+        std::size_t inner = wanted ? child : nodes[child].children[0];
+        if (nodes[inner].kind == Kind::word) {
+            words.push_back({fetch(nodes[inner]), wanted});
+        } else if (wanted && !narrow(Answer(nodes, child, sets, fetch))) {
+            return std::move(*result);
+        }
+    }
+    std::stable_sort(words.begin(), words.end(), [](const Part& a, const Part& b) {
+        return a.wanted != b.wanted ? a.wanted : a.word.bytes < b.word.bytes;
+    });
+    for (const Part& part : words) {
+        if (!part.wanted) break;
+        if (result)
+            sets.Filter(*result, part.word, true);
+        else
+            result = sets.Make(part.word);
         if (Units::Empty(*result)) return std::move(*result);
     }
     if (!result) result = sets.All();
+    for (const Part& part : words)
+        if (!part.wanted) sets.Filter(*result, part.word, false);
     for (std::size_t child : node.children) {
         if (nodes[child].kind != Kind::negated) continue;
-        Units::Minus(*result, Answer(nodes, nodes[child].children[0], sets, word));
+        std::size_t inner = nodes[child].children[0];
+        if (nodes[inner].kind == Kind::word) continue;
+        Units::Minus(*result, Answer(nodes, inner, sets, fetch));
         if (Units::Empty(*result)) break;
     }
     return std::move(*result);
@@ -530,9 +620,9 @@ bool Searcher::Lookup(std::string_view pattern, std::vector<std::uint32_t>& ids)
     const View& view = suffix ? backwards_ : forwards_;
     std::string key(core);
     if (suffix) std::reverse(key.begin(), key.end());
-    auto at = std::lower_bound(
-        view.entries.begin(), view.entries.end(), std::string_view(key),
-        [&](const View::Entry& e, std::string_view k) { return view.Key(e) < k; });
+    auto at =
+        std::lower_bound(view.entries.begin(), view.entries.end(), std::string_view(key),
+                         [&](const View::Entry& e, std::string_view k) { return view.Key(e) < k; });
     for (; at != view.entries.end(); ++at) {
         std::string_view k = view.Key(*at);
         if (prefix || suffix ? !k.starts_with(key) : k != key) break;
@@ -550,9 +640,10 @@ BitSet Searcher::forms(std::string_view pattern) {
 }
 
 std::vector<std::uint32_t> Searcher::search(const Query& query) {
+    CheckWords(query.text_, query.nodes_);
     Units sets(units_);
     std::vector<std::uint32_t> ids;
-    auto word = [&](const Query::Node& node) {
+    auto fetch = [&](const Query::Node& node) {
         ids.clear();
         Refused(query.text_, node, [&] {
             if (!Lookup(node.pattern, ids)) {
@@ -561,12 +652,14 @@ std::vector<std::uint32_t> Searcher::search(const Query& query) {
             }
             return 0;
         });
-        UnitSet set;
-        for (std::uint32_t id : ids) sets.Add(set, postings_->read_compressed(id));
-        if (ids.size() > 1) Units::Settle(set);
-        return set;
+        WordRecords word;
+        for (std::uint32_t id : ids) {
+            word.records.push_back(postings_->read_compressed(id));
+            word.bytes += word.records.back().size();
+        }
+        return word;
     };
-    return Units::Listed(Answer(query.nodes_, 0, sets, word));
+    return Units::Listed(Answer(query.nodes_, 0, sets, fetch));
 }
 
 }  // namespace dorvik
