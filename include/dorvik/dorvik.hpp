@@ -815,6 +815,6 @@ private:
 
 }  // namespace dorvik
 
-#include "dorvik/corpus.hpp"    // normalising a corpus, stripping and scoring marks
+#include "dorvik/corpus.hpp"   // normalising a corpus, stripping and scoring marks
 #include "dorvik/filekind.hpp"  // telling files apart and checking them
-#include "dorvik/query.hpp"     // boolean word queries over an inverted index
+#include "dorvik/query.hpp"    // boolean word queries over an inverted index
