@@ -119,7 +119,7 @@ void BuildDorvik() {
     std::filesystem::create_directories(DorvikFolder());
     DorvikFiles();
     dorvik::Dictionary words(DorvikFolder() / "words.bin", {.create = true, .bulk = true});
-    dorvik::PostingsFile postings(DorvikFolder() / "postings.bin", {.create = true});
+    dorvik::PostingsFile postings(DorvikFolder() / "postings.bin", {.create = true, .bulk = true});
     dorvik::Indexer indexer;
     const std::vector<std::string>& lines = TheLines().marked;
     for (std::uint32_t unit = 0; unit < lines.size(); ++unit)

@@ -122,10 +122,14 @@ private:
     // Forms with their marks removed, in the byte order of their keys.
     struct View {
         std::string keys;  // the keys back to back
+        // One form: its key, keys[at, at + size), and its id.
         struct Entry {
-            std::uint32_t at, size, id;
+            std::uint32_t at;    // where the key starts in keys
+            std::uint32_t size;  // its bytes
+            std::uint32_t id;    // the form's id
         };
-        std::vector<Entry> entries;
+        std::vector<Entry> entries;  // in the byte order of their keys
+        // The key of `e`.
         std::string_view Key(const Entry& e) const { return {keys.data() + e.at, e.size}; }
     };
     bool Lookup(std::string_view pattern, std::vector<std::uint32_t>& ids) const;

@@ -324,9 +324,12 @@ public:
                  Limit()))
             MakeDense(set);
         if (!set.dense) {
+            // Each record rises: merged into the list so far, which then rises too.
+            auto middle = static_cast<std::ptrdiff_t>(set.list.size());
             form::ForEachSetBit(form, length, [&](long long bit) {
                 if (bit < n_) set.list.push_back(static_cast<std::uint32_t>(bit));
             });
+            std::inplace_merge(set.list.begin(), set.list.begin() + middle, set.list.end());
             return;
         }
         auto* bytes = reinterpret_cast<unsigned char*>(set.words.data());
@@ -357,10 +360,8 @@ public:
     UnitSet Make(const WordRecords& word) const {
         UnitSet set;
         for (const auto& record : word.records) Add(set, record);
-        if (!set.dense && word.records.size() > 1) {
-            std::sort(set.list.begin(), set.list.end());
+        if (!set.dense && word.records.size() > 1)
             set.list.erase(std::unique(set.list.begin(), set.list.end()), set.list.end());
-        }
         return set;
     }
 
@@ -377,22 +378,9 @@ public:
             return;
         }
         std::vector<char> in(a.list.size(), 0);
-        for (const auto& record : word.records) {
-            if (record.size() <= 1) continue;
-            const auto* form = reinterpret_cast<const unsigned char*>(record.data());
-            std::size_t at = 0, done = 0;  // the next listed unit; plain bytes passed
-            form::WalkItems(form, record.size(), 1, [&](const form::Item& item) {
-                std::size_t end = done + item.plain;
-                for (; at < a.list.size() && a.list[at] / 8 < end; ++at) {
-                    std::size_t byte = a.list[at] / 8;
-                    if (byte < done) continue;
-                    unsigned char plain = item.run ? item.value : form[item.pos + byte - done];
-                    if ((plain >> (a.list[at] % 8)) & 1) in[at] = 1;
-                }
-                done = end;
-                return at < a.list.size();
-            });
-        }
+        for (const auto& record : word.records)
+            MarkHeld(reinterpret_cast<const unsigned char*>(record.data()), record.size(), a.list,
+                     in);
         std::size_t kept = 0;
         for (std::size_t i = 0; i < a.list.size(); ++i)
             if ((in[i] != 0) == keep) a.list[kept++] = a.list[i];
@@ -470,6 +458,33 @@ public:
     }
 
 private:
+    // Sets in[i] when the record (a stored form of n bytes) holds list[i]. One pass over
+    // the items up to the last listed unit, a byte or a run a step: the list is short
+    // and the record long, so most items only move the place on.
+    static void MarkHeld(const unsigned char* form, std::size_t n,
+                         const std::vector<std::uint32_t>& list, std::vector<char>& in) {
+        std::size_t pos = 1, done = 0, at = 0;  // done: the plain bytes before `pos`
+        // While three bytes remain a run can be read whole: the step is the same for a
+        // literal and a run, without a branch on which it is.
+        while (at < list.size() && pos + 3 <= n) {
+            unsigned char b = form[pos];
+            bool run = b == 0 || b == 0xFF;
+            std::size_t plain = run ? form::RunCount(form + pos) : 1;
+            if (list[at] / 8 < done + plain) {
+                bool held = run ? b != 0 : ((b >> (list[at] % 8)) & 1) != 0;
+                in[at] = static_cast<char>(in[at] | held);
+                ++at;
+                continue;
+            }
+            done += plain;
+            pos += run ? 3 : 1;
+        }
+        // The last bytes: literals only (a run cut short by the end is no run).
+        for (; at < list.size() && pos < n && form[pos] != 0 && form[pos] != 0xFF; ++pos, ++done)
+            for (; at < list.size() && list[at] / 8 == done; ++at)
+                in[at] = static_cast<char>(in[at] | ((form[pos] >> (list[at] % 8)) & 1));
+    }
+
     // The size at which a list of 4-byte units is as large as the bitmap.
     std::size_t Limit() const { return wordCount_ * 2; }
 
