@@ -119,7 +119,7 @@ void BuildDorvik() {
     std::filesystem::create_directories(DorvikFolder());
     DorvikFiles();
     dorvik::Dictionary words(DorvikFolder() / "words.bin", {.create = true, .bulk = true});
-    dorvik::PostingsFile postings(DorvikFolder() / "postings.bin", {.create = true});
+    dorvik::PostingsFile postings(DorvikFolder() / "postings.bin", {.create = true, .bulk = true});
     dorvik::Indexer indexer;
     const std::vector<std::string>& lines = TheLines().marked;
     for (std::uint32_t unit = 0; unit < lines.size(); ++unit)
@@ -254,11 +254,9 @@ void BM_SearchQuery(benchmark::State& state) {
     auto units = static_cast<std::uint32_t>(TheLines().marked.size());
     dorvik::Dictionary words(DorvikFolder() / "words.bin", {.read_only = true});
     dorvik::PostingsFile postings(DorvikFolder() / "postings.bin", {.read_only = true});
+    dorvik::Searcher searcher(words, postings, units);
     Fts5 fts5;
-    auto ours = [&] {
-        dorvik::BitSet found = dorvik::Query(shape.dorvik).evaluate(words, postings, units);
-        return std::vector<std::uint32_t>(found.begin(), found.end());
-    };
+    auto ours = [&] { return searcher.search(dorvik::Query(shape.dorvik)); };
     std::vector<std::uint32_t> mine = ours(), theirs = fts5.Run(shape);
     for (auto _ : state) {
         if (dorvikSide)

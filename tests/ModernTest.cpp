@@ -479,6 +479,11 @@ TEST(ModernDictionary, BulkLoadingWritesTheSameFilesAsSingleAdds) {
         EXPECT_EQ(ReadAll(dir.Path(std::string("one") + ext)),
                   ReadAll(dir.Path(std::string("bulk") + ext)))
             << ext;
+    // Opened again: words from before and words of this opening, repeated, keep their ids.
+    dorvik::Dictionary one(dir.Path("one.bin"));
+    dorvik::Dictionary bulk(dir.Path("bulk.bin"), {.bulk = true});
+    for (const std::string& w : {words[3], std::string("eeee"), std::string("eeee"), words[3]})
+        EXPECT_EQ(one.add(w), bulk.add(w)) << w;
 }
 
 TEST(ModernDictionary, KeepsTheWildcardIndexCurrent) {

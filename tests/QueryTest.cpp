@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 #include <vector>
 
@@ -30,11 +31,23 @@ protected:
         postings.close();
     }
 
+    // The units of `query`, answered both by Query::evaluate and by a Searcher, which
+    // must agree (also on the error of a refused word).
     std::vector<std::uint32_t> Find(const std::string& query, std::uint32_t count = 5) {
         dorvik::Dictionary words(dir.Path("words.bin"), {.read_only = true});
         dorvik::PostingsFile postings(dir.Path("postings.bin"), {.read_only = true});
-        dorvik::BitSet found = dorvik::Query(query).evaluate(words, postings, count);
-        return {found.begin(), found.end()};
+        dorvik::Query q(query);
+        std::vector<std::uint32_t> fast;
+        try {
+            fast = dorvik::Searcher(words, postings, count).search(q);
+        } catch (const dorvik::QueryError& e) {
+            EXPECT_THROW(q.evaluate(words, postings, count), dorvik::QueryError) << query;
+            throw;
+        }
+        dorvik::BitSet found = q.evaluate(words, postings, count);
+        std::vector<std::uint32_t> plain(found.begin(), found.end());
+        EXPECT_EQ(fast, plain) << query;
+        return plain;
     }
 
     TempDir dir;
@@ -87,14 +100,108 @@ TEST_F(QueryIndex, NeverAnswersAUnitPastTheCountGiven) {
 }
 
 TEST_F(QueryIndex, RefusesAWordTheDictionaryCannotHoldNamingIt) {
-    try {
-        Find("قلم 😀");
-        FAIL() << "no error";
-    } catch (const dorvik::QueryError& e) {
-        EXPECT_EQ(e.code(), dorvik::ErrorCode::bad_text);
-        EXPECT_EQ(e.offset(), 7u);
-        EXPECT_NE(std::string(e.what()).find("character 5"), std::string::npos) << e.what();
+    // Also behind a word that finds nothing, where an AND could stop early.
+    for (const char* query : {"قلم 😀", "زيت 😀"}) {
+        try {
+            Find(query);
+            ADD_FAILURE() << "no error for " << query;
+        } catch (const dorvik::QueryError& e) {
+            EXPECT_EQ(e.code(), dorvik::ErrorCode::bad_text);
+            EXPECT_EQ(e.offset(), 7u);
+            EXPECT_NE(std::string(e.what()).find("character 5"), std::string::npos) << e.what();
+        }
     }
+}
+
+// A searcher must find exactly what the wildcard index and the plain evaluation find,
+// whatever the pattern and whether its sets end up as lists or bitmaps: random queries
+// over many marked forms of few letters, so that one bare word stands for many forms and
+// the common ones occur in most units.
+TEST(Searcher, AnswersExactlyAsThePlainEvaluation) {
+    TempDir dir;
+    const std::vector<std::string> letters = {"ب", "ت", "ث", "ج"};
+    const std::vector<std::string> marks = {"", "", "\u064E", "\u064F", "\u0650", "\u0651\u064E"};
+    std::mt19937 rng(7);
+    auto pick = [&](const std::vector<std::string>& from) { return from[rng() % from.size()]; };
+    auto skeleton = [&] {
+        std::string word;
+        for (int n = 1 + static_cast<int>(rng() % 4); n > 0; --n) word += pick(letters);
+        return word;
+    };
+    constexpr std::uint32_t kUnits = 2000;
+    {
+        dorvik::Dictionary words(dir.Path("words.bin"), {.create = true, .bulk = true});
+        dorvik::PostingsFile postings(dir.Path("postings.bin"), {.create = true});
+        dorvik::Indexer indexer;
+        for (std::uint32_t unit = 0; unit < kUnits; ++unit) {
+            for (int w = 0; w < 5; ++w) {
+                std::string word;
+                for (int n = 1 + static_cast<int>(rng() % 4); n > 0; --n)
+                    word += pick(letters) + pick(marks);
+                indexer.add(words.add(word).first, unit);
+            }
+        }
+        indexer.save(postings);
+    }
+    dorvik::Dictionary words(dir.Path("words.bin"), {.read_only = true});
+    dorvik::PostingsFile postings(dir.Path("postings.bin"), {.read_only = true});
+    auto pattern = [&] {
+        switch (rng() % 8) {
+            case 0:
+                return skeleton() + "*";
+            case 1:
+                return "*" + skeleton();
+            case 2:
+                return "**" + skeleton();
+            case 3:
+                return skeleton() + "?";
+            case 4:
+                return pick(letters) + pick(marks) + skeleton();  // a mark constrains
+            case 5:
+                return "*" + skeleton() + "*";
+            default:
+                return skeleton();
+        }
+    };
+    for (std::uint32_t count : {kUnits, 1001u, 64u}) {
+        dorvik::Searcher searcher(words, postings, count);
+        for (int i = 0; i < 150; ++i) {
+            std::string query = pattern();
+            for (int more = static_cast<int>(rng() % 3); more > 0; --more)
+                query += std::string(rng() % 3 == 0 ? " | "
+                                     : rng() % 2    ? " -"
+                                                    : " ") +
+                         (rng() % 4 == 0 ? "(" + pattern() + " | " + pattern() + ")" : pattern());
+            dorvik::Query q(query);
+            dorvik::BitSet plain = q.evaluate(words, postings, count);
+            EXPECT_EQ(searcher.search(q), std::vector<std::uint32_t>(plain.begin(), plain.end()))
+                << query << " over " << count;
+            for (const std::string& p : q.wanted())
+                EXPECT_EQ(searcher.forms(p), words.match_ids(p)) << p;
+        }
+    }
+}
+
+// Past 1024 letters the wildcard index no longer tells a word's letters apart, so a
+// dictionary holding such a word must answer every pattern as the wildcard index does.
+TEST(Searcher, AgreesWithTheWildcardIndexOverAWordPast1024Letters) {
+    TempDir dir;
+    std::string longWord;
+    for (int i = 0; i < 1100; ++i) longWord += i % 2 ? "ت" : "ب";
+    {
+        dorvik::Dictionary words(dir.Path("words.bin"), {.create = true});
+        dorvik::PostingsFile postings(dir.Path("postings.bin"), {.create = true});
+        dorvik::Indexer indexer;
+        indexer.add(words.add(longWord).first, 0);
+        indexer.add(words.add("بت").first, 1);
+        indexer.save(postings);
+    }
+    dorvik::Dictionary words(dir.Path("words.bin"), {.read_only = true});
+    dorvik::PostingsFile postings(dir.Path("postings.bin"), {.read_only = true});
+    dorvik::Searcher searcher(words, postings, 2);
+    for (const std::string& p : {longWord.substr(0, 2 * 1025), longWord, std::string("*بت"),
+                                 std::string("بت*"), std::string("بت")})
+        EXPECT_EQ(searcher.forms(p), words.match_ids(p)) << p.size();
 }
 
 TEST(QuerySyntax, PointsAtTheFaultOfABadQuery) {

@@ -70,7 +70,8 @@ public:
     void SeekToBegin() { Seek(0, begin); }
     DWORD SeekToEnd() { return static_cast<DWORD>(Seek(0, end)); }
     // The length, measured through the virtual Seek: note the position, seek to the
-    // end, seek back. A subclass that redirects Seek redirects this too.
+    // end, seek back. A subclass that redirects Seek redirects this too. While
+    // write-behind holds gathered writes, they count without being sent (one fstat).
     virtual DWORD GetLength() const;
     // Truncates or extends the file. Throws CFileException on failure.
     virtual void SetLength(DWORD length);

@@ -379,6 +379,10 @@ public:
     std::size_t size() const;
     // The documents of `term`: one read and an expansion. A term past size() has none.
     BitSet read(std::size_t term);
+    // The record of `term` as stored: the compressed form that BitSet::from_compressed
+    // reads, unexpanded (one read, no expansion, so its size follows the stored bytes
+    // whatever set it stands for). Empty for an empty record and a term past size().
+    std::vector<std::byte> read_compressed(std::size_t term);
     // unite and intersect: the union or intersection of the records of `terms` (any
     // order, repeats allowed; terms past size() count as empty). An intersection stops
     // at the first empty result and never expands a record beyond the result so far.
@@ -459,7 +463,9 @@ private:
 // which moves the tail of the ".sort" file: fine for a few words. With
 // OpenOptions::bulk the words gather in memory (the whole dictionary is read in at the
 // first add) and the files are written once at flush() or close(): the way to load
-// many. A query (find, match, iteration) in bulk mode writes the gathered words first,
+// many. Bulk mode also keeps each word added through the object in a hash table, so that
+// adding a word again is one hash look-up (memory: about 64 bytes plus the word, per
+// distinct word). A query (find, match, iteration) in bulk mode writes the gathered words first,
 // and the next add reads the dictionary in again.
 //
 // Movable, not copyable. One thread at a time.

@@ -1,4 +1,11 @@
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <optional>
+#include <string_view>
 #include <system_error>
+#include <vector>
 
 #include "cxx/Boundary.h"
 #include "cxx/Progress.h"
@@ -11,6 +18,59 @@ namespace dorvik {
 
 using cxx::Guard;
 
+namespace {
+
+// Words and their ids: open addressing over 64-bit hashes, the words back to back in
+// one string, so that a look-up touches one slot and, on a hit, the word's bytes.
+class WordIds {
+public:
+    std::optional<std::size_t> Find(std::string_view word) const {
+        if (slots_.empty()) return std::nullopt;
+        std::uint64_t hash = std::hash<std::string_view>{}(word);
+        for (std::size_t i = hash & (slots_.size() - 1);; i = (i + 1) & (slots_.size() - 1)) {
+            const Slot& slot = slots_[i];
+            if (slot.id == kEmpty) return std::nullopt;
+            if (slot.hash == hash && slot.size == word.size() &&
+                std::memcmp(text_.data() + slot.at, word.data(), word.size()) == 0)
+                return slot.id;
+        }
+    }
+
+    // Adds a word that Find() does not know.
+    void Add(std::string_view word, std::size_t id) {
+        if ((used_ + 1) * 4 > slots_.size() * 3) Grow();
+        Place({std::hash<std::string_view>{}(word), text_.size(), word.size(), id});
+        text_ += word;
+        ++used_;
+    }
+
+private:
+    static constexpr std::size_t kEmpty = SIZE_MAX;
+    struct Slot {
+        std::uint64_t hash;
+        std::size_t at, size, id = kEmpty;
+    };
+
+    void Place(const Slot& slot) {
+        std::size_t i = slot.hash & (slots_.size() - 1);
+        while (slots_[i].id != kEmpty) i = (i + 1) & (slots_.size() - 1);
+        slots_[i] = slot;
+    }
+
+    void Grow() {
+        std::vector<Slot> old(std::max<std::size_t>(1024, slots_.size() * 2));
+        old.swap(slots_);
+        for (const Slot& slot : old)
+            if (slot.id != kEmpty) Place(slot);
+    }
+
+    std::vector<Slot> slots_;
+    std::string text_;
+    std::size_t used_ = 0;
+};
+
+}  // namespace
+
 struct Dictionary::Impl {
     std::filesystem::path path, sortPath, wildPath;
     bool readOnly = false;
@@ -20,6 +80,11 @@ struct Dictionary::Impl {
     CIXFile view{4};       // the sorted view; declared first so that it outlives `text`
     CTextBinFile text;
     std::unique_ptr<CNDimBitsBinFile> wild;  // the open wildcard index, once current
+
+    // Bulk mode: the ids of the words added through this object, by their UTF-8 text, so
+    // that the repeats of a text being loaded skip the encoding and the sort tree. Ids
+    // never change, so an entry stays true for as long as the object lives.
+    WordIds ids;
 
     void Open(OpenOptions options);
     void MarkChanged();
@@ -211,9 +276,14 @@ std::size_t Dictionary::size() const {
 std::pair<std::size_t, bool> Dictionary::add(std::string_view word) {
     cxx::RequireOpen(is_open(), {});
     cxx::RequireWritable(impl_->readOnly, impl_->path);
+    if (impl_->bulk) {
+        if (std::optional<std::size_t> known = impl_->ids.Find(word)) return {*known, false};
+    }
     std::string bytes = cxx::EncodeWord(word, "word");
     cxx::ToInt(bytes.size(), "word length");
-    return Guard(impl_->path, [&] { return impl_->Add(bytes); });
+    std::pair<std::size_t, bool> result = Guard(impl_->path, [&] { return impl_->Add(bytes); });
+    if (impl_->bulk) impl_->ids.Add(word, result.first);
+    return result;
 }
 
 std::optional<std::size_t> Dictionary::find(std::string_view word) {

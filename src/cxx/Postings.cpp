@@ -80,6 +80,21 @@ BitSet PostingsFile::read(std::size_t term) {
     });
 }
 
+std::vector<std::byte> PostingsFile::read_compressed(std::size_t term) {
+    cxx::RequireOpen(is_open(), {});
+    if (term >= size()) return {};
+    return Guard(impl_->path, [&] {
+        int length = impl_->file.GetRecordLength(static_cast<int>(term));
+        std::vector<std::byte> form(static_cast<std::size_t>(length));
+        if (length > 0) {
+            auto* buffer = reinterpret_cast<unsigned char*>(form.data());
+            impl_->file.CBinFile::GetRecord(static_cast<int>(term), buffer, length, false);
+            form.resize(static_cast<std::size_t>(length));
+        }
+        return form;
+    });
+}
+
 BitSet PostingsFile::unite(std::span<const std::size_t> terms) {
     cxx::RequireOpen(is_open(), {});
     return impl_->Combine(terms, true);

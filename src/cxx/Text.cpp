@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -19,6 +20,9 @@ namespace {
 struct Cp1256 {
     std::array<std::string, 256> utf8;                     // the UTF-8 of each byte
     std::vector<std::pair<char32_t, unsigned char>> back;  // code point -> byte, sorted
+    // The byte of each code point below U+0800 (the one- and two-byte sequences, where
+    // Arabic lies), -1 for none: tokenising looks up every character.
+    std::array<std::int16_t, 0x800> low;
 
     Cp1256() {
         iconv_t cd = iconv_open("UTF-8", "CP1256");
@@ -40,6 +44,9 @@ struct Cp1256 {
         }
         iconv_close(cd);
         std::sort(back.begin(), back.end());
+        low.fill(-1);
+        for (auto [c, b] : back)
+            if (c < low.size()) low[c] = b;
     }
 
     static char32_t Decode(const std::string& s) {
@@ -54,6 +61,7 @@ struct Cp1256 {
 
     int Byte(char32_t c) const {
         if (c < 0x80) return static_cast<int>(c);  // CP1256 is ASCII below 0x80
+        if (c < low.size()) return low[c];
         auto at = std::lower_bound(back.begin(), back.end(),
                                    std::make_pair(c, static_cast<unsigned char>(0)));
         return (at != back.end() && at->first == c) ? at->second : -1;

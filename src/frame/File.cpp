@@ -154,6 +154,14 @@ LONG CFile::Seek(LONG offset, UINT from) {
 }
 
 DWORD CFile::GetLength() const {
+    if (!m_pending.empty()) {
+        // The length the gathered writes will give, without sending them: a file
+        // written record by record asks for its length before every record.
+        struct stat st;
+        if (::fstat(m_hFile, &st) != 0) ThrowOsError(errno);
+        std::int64_t pendingEnd = m_nPendingStart + static_cast<std::int64_t>(m_pending.size());
+        return static_cast<DWORD>(std::max<std::int64_t>(st.st_size, pendingEnd));
+    }
     CFile* self = const_cast<CFile*>(this);
     LONG position = self->Seek(0, current);
     LONG length = self->Seek(0, end);

@@ -43,9 +43,11 @@ CBinFile::Change::Change(CBinFile& file, DWORD from, DWORD length, DWORD to, uns
         m_state.first = INT_MAX;
         m_state.oldCount = file.m_nRecordCount;
         m_state.oldDataEnd = file.m_pAddresses[file.m_nRecordCount];
-        m_state.stored = file.CFile::GetLength();
-        m_state.oldLength = m_state.stored;
         m_state.guarded = file.m_bSafeMode && file.m_hFile != hFileNull;
+        // Only a guarded change works with the stored length; a file written record by
+        // record in not safe mode saves a system call per record.
+        m_state.stored = m_state.guarded ? file.CFile::GetLength() : 0;
+        m_state.oldLength = m_state.stored;
         if (m_state.guarded) {
             // Another object on the same file may have changed it since this one loaded
             // its table: a table out of step with the stored length is never written.

@@ -111,6 +111,16 @@ void CTextBinFile::IndexForWildCards(CBinFile* file, const char* marks,
                                      bool (*progress)(int, int)) {
     CellLists cells;
     int n = CBinFile::GetRecordCount();
+    // The words in memory for the walk, read in one piece rather than one read each.
+    bool loaded = m_bFileMem;
+    InitFileMem();
+    struct Unload {
+        CTextBinFile& file;
+        bool keep;
+        ~Unload() {
+            if (!keep) file.FreeFileMem();
+        }
+    } unload{*this, loaded};
     CString text;
     for (int i = 0; i < n; ++i) {
         if (progress && !progress(i, n)) break;

@@ -35,7 +35,7 @@ Index::Index(const std::filesystem::path& where, bool writable) : folder(where) 
     dorvik::OpenOptions bulk = options;
     bulk.bulk = writable;
     words = dorvik::Dictionary(folder / IndexFiles::words, bulk);
-    postings = dorvik::PostingsFile(folder / IndexFiles::postings, options);
+    postings = dorvik::PostingsFile(folder / IndexFiles::postings, bulk);
     units = dorvik::RecordFile(folder / IndexFiles::units, bulk);
     files = dorvik::RecordFile(folder / IndexFiles::files, options);
     tree = dorvik::Tree(folder / IndexFiles::tree, 2);  // files and units: never more

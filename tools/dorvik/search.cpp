@@ -105,9 +105,9 @@ int Run(const SearchOptions& options) {
         first = file->first;
         end = file->first + file->count;
     }
-    dorvik::BitSet found;
+    std::vector<std::uint32_t> found;
     try {
-        found = query->evaluate(index.words, index.postings, end);
+        found = dorvik::Searcher(index.words, index.postings, end).search(*query);
     } catch (const dorvik::QueryError& e) {
         throw Failure(kUsageError, std::string("query: ") + e.what());
     }
