@@ -1,6 +1,11 @@
 #include "frame/Checksum.h"
 
 #include <array>
+#include <cstring>
+
+#if defined(__x86_64__)
+#include <nmmintrin.h>
+#endif
 
 #include "frame/Coding.h"
 
@@ -26,10 +31,35 @@ constexpr Tables MakeTables() {
 
 constexpr Tables kTables = MakeTables();
 
+#if defined(__x86_64__)
+// The processor's own CRC-32C instruction, eight bytes a step, where it has one.
+__attribute__((target("sse4.2"))) std::uint32_t AddByInstruction(std::uint32_t state,
+                                                                 const unsigned char* p,
+                                                                 std::size_t count) {
+    std::uint64_t c = state;
+    for (; count >= 8; count -= 8, p += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, p, 8);
+        c = _mm_crc32_u64(c, word);
+    }
+    auto c32 = static_cast<std::uint32_t>(c);
+    for (; count > 0; --count, ++p) c32 = _mm_crc32_u8(c32, *p);
+    return c32;
+}
+
+const bool kHasInstruction = __builtin_cpu_supports("sse4.2");
+#endif
+
 }  // namespace
 
 void Crc32c::Add(const void* bytes, std::size_t count) {
     const unsigned char* p = static_cast<const unsigned char*>(bytes);
+#if defined(__x86_64__)
+    if (kHasInstruction) {
+        m_state = AddByInstruction(m_state, p, count);
+        return;
+    }
+#endif
     std::uint32_t c = m_state;
     for (; count >= 8; count -= 8, p += 8) {
         const std::uint32_t lo = DecodeFixed32(p) ^ c, hi = DecodeFixed32(p + 4);

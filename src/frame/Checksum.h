@@ -1,6 +1,7 @@
 // CRC-32C (Castagnoli polynomial, reflected, initial and final value 0xFFFFFFFF), the
-// checksum that files guard their own bytes with. Computed eight bytes at a time from
-// tables, a little over a byte per cycle on any host.
+// checksum that files guard their own bytes with. Computed eight bytes at a step by the
+// processor's CRC-32C instruction where it has one (x86-64 with SSE4.2), else from
+// tables, about a byte per cycle.
 #pragma once
 
 #include <cstddef>
