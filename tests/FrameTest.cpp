@@ -314,8 +314,8 @@ TEST(File, WriteBehindGathersSmallWritesWithoutChangingWhatIsRead) {
 }
 
 // The checksum of the journal: the standard check value, the same in any pieces (the
-// eight-byte steps and the byte tail meet at every split), and every single changed
-// byte of a page seen.
+// eight-byte steps and the byte tail meet at every split) and by the instruction as by
+// the tables, and every single changed byte of a page seen.
 TEST(Checksum, IsCrc32cInAnyPiecesAndSeesEveryChangedByte) {
     const std::string check = "123456789";
     dorvik::Crc32c whole;
@@ -327,11 +327,17 @@ TEST(Checksum, IsCrc32cInAnyPiecesAndSeesEveryChangedByte) {
     dorvik::Crc32c all;
     all.Add(page.data(), page.size());
     for (std::size_t split : {1u, 3u, 8u, 13u, 4095u}) {
-        dorvik::Crc32c pieces;
+        dorvik::Crc32c pieces, tables;
         pieces.Add(page.data(), split);
         pieces.Add(page.data() + split, page.size() - split);
         EXPECT_EQ(pieces.Value(), all.Value()) << split;
+        tables.AddByTable(page.data(), split);
+        tables.AddByTable(page.data() + split, page.size() - split);
+        EXPECT_EQ(tables.Value(), all.Value()) << split;
     }
+    dorvik::Crc32c tables;
+    tables.AddByTable(check.data(), check.size());
+    EXPECT_EQ(tables.Value(), 0xE3069283u);
     for (std::size_t at = 0; at < page.size(); at += 97) {
         std::vector<unsigned char> changed = page;
         changed[at] ^= 0x01;

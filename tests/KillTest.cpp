@@ -15,6 +15,7 @@
 
 #include "Dorvik01.h"
 #include "TestUtil.h"
+#include "frame/Coding.h"
 
 namespace {
 
@@ -115,13 +116,6 @@ std::optional<std::string> BytesRead(const std::string& path) {
     }
     const Bytes b = ReadAll(path);
     return std::string(b.begin(), b.end());
-}
-
-std::uint32_t DecodeTop(const std::string& word) {
-    std::uint32_t v = 0;
-    for (int k = 3; k >= 0; --k)
-        v = v << 8 | static_cast<unsigned char>(word[static_cast<std::size_t>(k)]);
-    return v;
 }
 
 CBitArray RandomBits(std::mt19937& rng) {
@@ -327,7 +321,10 @@ Subject SpillStack() {
                     return r;
                 };
                 const std::string top = record(0);
-                const int count = top.size() == 4 ? static_cast<int>(DecodeTop(top)) : 0;
+                const int count = top.size() == 4
+                                      ? static_cast<int>(dorvik::DecodeFixed32(
+                                            reinterpret_cast<const unsigned char*>(top.data())))
+                                      : 0;
                 for (int k = 0; k <= count; ++k) out += std::to_string(k) + ":" + record(k) + ";";
                 return out;
             }};

@@ -60,6 +60,11 @@ void Crc32c::Add(const void* bytes, std::size_t count) {
         return;
     }
 #endif
+    AddByTable(p, count);
+}
+
+void Crc32c::AddByTable(const void* bytes, std::size_t count) {
+    const unsigned char* p = static_cast<const unsigned char*>(bytes);
     std::uint32_t c = m_state;
     for (; count >= 8; count -= 8, p += 8) {
         const std::uint32_t lo = DecodeFixed32(p) ^ c, hi = DecodeFixed32(p + 4);
