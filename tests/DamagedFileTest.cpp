@@ -838,7 +838,7 @@ TEST(DamagedFiles, ADamagedJournalIsNeverApplied) {
 
 TEST(DamagedFiles, XMLFileLoadsOrFailsWithinItsBytes) {
     TempDir dir;
-    for (const char* name : {"config.xml", "arabic-utf8.xml", "feed.xml"}) {
+    for (const char* name : {"config.xml", "arabic-utf8.xml", "declared.xml"}) {
         const Bytes valid = ReadAll(std::string(DORVIK_TEST_DATA) + "/xml/" + name);
         Sweep({name, valid, ReadXMLFile, [](const std::string&) { return 0; }}, dir);
     }

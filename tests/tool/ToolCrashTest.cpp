@@ -115,11 +115,11 @@ void KillWhileReplacing(const std::string& command, const std::vector<std::strin
 }  // namespace
 
 TEST(ToolKill, AKilledBuildLeavesTheOldDictionaryFolderOrTheNewOneWhole) {
-    KillWhileReplacing("build", {}, 16);
+    KillWhileReplacing("build", {}, 12);
 }
 
 TEST(ToolKill, AKilledIndexLeavesTheOldIndexFolderOrTheNewOneWhole) {
-    KillWhileReplacing("index", {"--unit", "line"}, 16);
+    KillWhileReplacing("index", {"--unit", "line"}, 12);
 }
 
 namespace {
@@ -130,7 +130,7 @@ namespace {
 // never with a signal.
 void SweepFolder(const TempDir& dir, const std::string& folder,
                  const std::vector<std::vector<std::string>>& commands, const std::string& input) {
-    constexpr std::size_t kPerFile = 8;
+    constexpr std::size_t kPerFile = 4;
     constexpr double kSeconds = 20;  // far beyond any run on a folder this small
     for (const auto& [name, valid] : FilesOf(folder)) {
         const std::string path = folder + "/" + name;
