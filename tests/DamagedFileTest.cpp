@@ -38,7 +38,7 @@ constexpr double kFixedSeconds = 0.5;
 constexpr double kValidFactor = 20;
 constexpr double kSecondsPerAllowedByte = 1.0 / (1 << 20);
 // A kind whose full sweep (four cases per byte) would pass this many cases is sampled:
-// see Cases.
+// see DamageCases.
 constexpr std::size_t kMaxCases = 1600;
 
 // A case that runs away (a loop over a phantom count) would hold the whole run: after
@@ -87,45 +87,6 @@ struct Kind {
     std::function<std::size_t(const std::string&)> allowance;
 };
 
-struct Case {
-    std::string what;
-    Bytes bytes;
-};
-
-// Every truncation, and every byte turned into its complement, 0x00 and 0x7F (where that
-// changes it): four cases a byte. A file too large for kMaxCases keeps all cases of its
-// last 64 bytes (the top table and its last word) and those of every k-th byte before
-// them, k the smallest step that keeps it within kMaxCases; the sample's offset turns
-// with the change, so that neighbouring bytes see different ones.
-std::vector<Case> Cases(const Bytes& valid) {
-    std::vector<Case> out;
-    const std::size_t n = valid.size();
-    const std::size_t tail = std::min<std::size_t>(n, 64);
-    const std::size_t head = n - tail;
-    const std::size_t room = kMaxCases / 4 > tail ? kMaxCases / 4 - tail : 1;
-    const std::size_t step = head <= room ? 1 : (head + room - 1) / room;
-    auto sampled = [&](std::size_t p, std::size_t change) {
-        return p >= head || (p + change) % step == 0;
-    };
-    for (std::size_t length = 0; length < n; ++length) {
-        if (sampled(length, 3))
-            out.push_back({"cut to " + std::to_string(length),
-                           Bytes(valid.begin(), valid.begin() + static_cast<long>(length))});
-    }
-    const unsigned char values[] = {0, 0x00, 0x7F};  // 0 stands for the complement
-    for (std::size_t p = 0; p < n; ++p) {
-        for (std::size_t v = 0; v < 3; ++v) {
-            if (!sampled(p, v)) continue;
-            unsigned char b = v == 0 ? static_cast<unsigned char>(~valid[p]) : values[v];
-            if (b == valid[p]) continue;
-            Bytes damaged = valid;
-            damaged[p] = b;
-            out.push_back({"byte " + std::to_string(p) + " = " + std::to_string(b), damaged});
-        }
-    }
-    return out;
-}
-
 double ThreadSeconds() {
     timespec now{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
@@ -149,7 +110,7 @@ void Sweep(const Kind& kind, TempDir& dir) {
     const double fixedSeconds = kFixedSeconds + kValidFactor * valid;
     const std::size_t base = kFixedBudget + kBytesFactor * kind.valid.size();
     int failures = 0;
-    for (const Case& c : Cases(kind.valid)) {
+    for (const DamageCase& c : DamageCases(kind.valid, kMaxCases)) {
         if (failures >= 5) break;
         WriteAll(path, c.bytes);
         snprintf(g_running, sizeof g_running, "%s, %s\n", kind.name.c_str(), c.what.c_str());
@@ -512,18 +473,77 @@ void ReadTree(const std::string& path) {
     });
 }
 
+// An XML file loaded from disk, searched and written back out: the whole tree walked.
+void ReadXMLFile(const std::string& path) {
+    Step([&] {
+        CXMLDocument doc;
+        doc.Load(path.c_str());
+        if (CXMLNode* root = doc.GetRoot()) root->GetAttribute("version");
+        doc.Save((path + ".out").c_str());
+        CXMLDocument copy(doc);
+    });
+}
+
+// A spill stack picked up again from its file: every record up to the top, stored and
+// expanded, then one more push.
+void ReadSpillStack(const std::string& path) {
+    Step([&] {
+        CBitArraySaver saver;
+        saver.SetTempFile(path.c_str());
+        unsigned char* top = nullptr;
+        int length = 0;
+        saver.Pop(0, top, length, false);
+        int count = length == 4 ? static_cast<int>(top[0] | top[1] << 8) : 0;
+        Drop(top);
+        for (int k = 0; k <= count + 1; ++k) {
+            for (bool expand : {false, true}) {
+                unsigned char* block = nullptr;
+                SizedByValues([&] { saver.Pop(k, block, length, expand); });
+                Drop(block);
+            }
+            CBitArray bits;
+            SizedByValues([&] { saver.Pop(k, bits); });
+            CDWordArray words;
+            saver.Pop(k, words);
+        }
+        CBitArray more;
+        more.SetAt(70);
+        saver.Push(more);
+    });
+}
+
 // The journal at the path beside the marked file that its cut-off change left: every
-// open (read-only and for writing) applies it, keeps it or drops it, and the file
-// then reads as records or as none.
-void ReadJournal(const std::string& path, const Bytes& marked) {
+// open (read-only and for writing) applies it whole or not at all, and the file then
+// reads as `original` or as none, never as other records.
+void ReadJournal(const std::string& path, const Bytes& marked,
+                 const std::vector<std::string>& original) {
     const std::string file = path.substr(0, path.size() - std::string(".journal").size());
+    const Bytes journal = ReadAll(path);
     for (UINT mode : {CFile::modeRead, CFile::modeReadWrite}) {
         WriteAll(file, marked);  // the same file, so the journal names it
+        WriteAll(path, journal);
         Step([&] {
             CBinFile f(file.c_str(), mode);
             ReadRecords(f);
+            const std::vector<std::string> now = RecordsOf(f);
+            EXPECT_TRUE(now == original || (now.empty() && !f.IsValidBinFile()))
+                << path << ": " << now.size() << " records";
         });
         Step([&] { CBinFile::IsValidBinFile(file.c_str()); });
+    }
+}
+
+// The same for an integer file whose move was cut off: its open puts `original` back or
+// fails, since an unmarked file may be half moved.
+void ReadIXJournal(const std::string& path, const Bytes& moved, const Bytes& original) {
+    const std::string file = path.substr(0, path.size() - std::string(".journal").size());
+    WriteAll(file, moved);
+    CIXFile f;
+    if (f.Open(file.c_str(), CFile::modeRead)) {
+        f.Close();
+        EXPECT_EQ(ReadAll(file), original) << path;
+    } else {
+        EXPECT_EQ(ReadAll(file), moved) << path;
     }
 }
 
@@ -592,6 +612,23 @@ Bytes CollectionBytes() {
         c.GetAt(0)->GetAt(0)->SetRange(0, 20);
         c.GetAt(2)->GetAt(1)->SetAt(200);
         c.Save(path.c_str(), opCopy, false, false, nullptr);
+    });
+}
+
+Bytes SpillStackBytes() {
+    return Build([](const std::string& path) {
+        CBitArraySaver saver;
+        saver.SetTempFile(path.c_str());
+        CBitArray a, b;
+        a.SetRange(3, 40);
+        b.SetAt(1000);
+        saver.Push(a);
+        saver.Push(b);
+        CDWordArray words;
+        words.Add(7);
+        words.Add(0xFFFFFFFF);
+        saver.Push(words);
+        saver.Push(P("plain"), 5, false);
     });
 }
 
@@ -749,21 +786,65 @@ TEST(DamagedFiles, TreeWalksOnlyTheLevelsItHolds) {
     Sweep({"tree", TreeBytes(), ReadTree, BitRecordsAllowance}, dir);
 }
 
-// A journal damaged on disk may put wrong bytes back (it holds no checksum), but it is
-// read within its own length and the old length it names: no fault, no block beyond it.
-TEST(DamagedFiles, AJournalIsReadOnlyWithinItselfAndTheFileItNames) {
+// A journal damaged on disk is never applied: its checksums catch any byte changed and
+// any cut, so the file reads as before the change or as none (a record file), or does
+// not open (an integer file). Read within its own length and the old length it names.
+TEST(DamagedFiles, ADamagedJournalIsNeverApplied) {
     TempDir dir;
     const std::string file = dir.Path("f");
     WriteAll(file, RecordFileBytes());
+    std::vector<std::string> original;
+    {
+        CBinFile f(file.c_str(), CFile::modeRead);
+        original = RecordsOf(f);
+    }
     {
         CBinFile f(file.c_str(), CFile::modeReadWrite);
-        FileFaults stop(FileFaults::Mode::stop, 4);  // journal made, file marked
+        FileFaults stop(FileFaults::Mode::stop, 6);  // journal made, file marked
         EXPECT_THROW(f.Insert(1, P("inserted"), 8), CFileException);
     }
     const Bytes marked = ReadAll(file);
     const Bytes journal = ReadAll(file + ".journal");
-    ASSERT_GT(journal.size(), 24u);
-    Sweep({"f.journal", journal, [&](const std::string& path) { ReadJournal(path, marked); },
+    ASSERT_GT(journal.size(), 32u);
+    Sweep({"f.journal", journal,
+           [&](const std::string& path) { ReadJournal(path, marked, original); },
            [](const std::string&) { return 0; }},
           dir);
+
+    // An integer file moved all through, its journal not yet set idle.
+    const std::string ix = dir.Path("ix");
+    const Bytes values = IXFileBytes();
+    WriteAll(ix, values);
+    long calls = 0;
+    {
+        CIXFile f(ix.c_str(), CFile::modeReadWrite);
+        FileFaults count;
+        f.Delete(3, 9);
+        calls = count.Calls();
+    }
+    WriteAll(ix, values);
+    {
+        CIXFile f(ix.c_str(), CFile::modeReadWrite);
+        FileFaults stop(FileFaults::Mode::stop, calls - 1);
+        f.Delete(3, 9);  // the journal's last word is refused, which a move never reports
+    }
+    const Bytes moved = ReadAll(ix);
+    ASSERT_NE(moved, values);
+    Sweep({"ix.journal", ReadAll(ix + ".journal"),
+           [&](const std::string& path) { ReadIXJournal(path, moved, values); },
+           [](const std::string&) { return 0; }},
+          dir);
+}
+
+TEST(DamagedFiles, XMLFileLoadsOrFailsWithinItsBytes) {
+    TempDir dir;
+    for (const char* name : {"config.xml", "arabic-utf8.xml", "declared.xml"}) {
+        const Bytes valid = ReadAll(std::string(DORVIK_TEST_DATA) + "/xml/" + name);
+        Sweep({name, valid, ReadXMLFile, [](const std::string&) { return 0; }}, dir);
+    }
+}
+
+TEST(DamagedFiles, SpillStackPicksUpOnlyWhatItsFileHolds) {
+    TempDir dir;
+    Sweep({"spill", SpillStackBytes(), ReadSpillStack, BitRecordsAllowance}, dir);
 }

@@ -6,14 +6,22 @@
 #include "dorvik/Platform.h"
 #include "frame/FileHook.h"
 
+#include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <stdexcept>
+#include <thread>
 
 TempDir::TempDir() {
     std::string pattern = (std::filesystem::temp_directory_path() / "dorvik-test-XXXXXX").string();
@@ -177,6 +185,9 @@ MessageCapture::~MessageCapture() {
 
 namespace {
 FileFaults* g_faults = nullptr;
+// A write this small lies within one page: the death of the process lands it whole or
+// not at all.
+constexpr UINT kWholeWrite = 16;
 }  // namespace
 
 FileFaults::FileFaults(Mode mode, long at, bool reads)
@@ -214,11 +225,86 @@ UINT FileFaults::Hook(dorvik::FileCall call, UINT bytes) {
         case Mode::stop:
         case Mode::stopTorn:
             if (n < f.m_at || read) return bytes;
-            if (n == f.m_at && write && f.m_mode == Mode::stopTorn && bytes > 1) {
+            if (n == f.m_at && write && f.m_mode == Mode::stopTorn && bytes > kWholeWrite) {
                 f.m_struck = true;
                 return bytes / 2;  // the layer then fails the rest of the write
             }
             refuse();
     }
     return bytes;
+}
+
+std::vector<DamageCase> DamageCases(const Bytes& valid, std::size_t maxCases,
+                                    std::size_t tailBytes) {
+    std::vector<DamageCase> out;
+    const std::size_t n = valid.size();
+    const std::size_t tail = std::min(n, tailBytes);
+    const std::size_t head = n - tail;
+    const std::size_t room = maxCases / 4 > tail ? maxCases / 4 - tail : 1;
+    const std::size_t step = head <= room ? 1 : (head + room - 1) / room;
+    auto sampled = [&](std::size_t p, std::size_t change) {
+        return p >= head || (p + change) % step == 0;
+    };
+    for (std::size_t length = 0; length < n; ++length) {
+        if (sampled(length, 3))
+            out.push_back({"cut to " + std::to_string(length),
+                           Bytes(valid.begin(), valid.begin() + static_cast<long>(length))});
+    }
+    const unsigned char values[] = {0, 0x00, 0x7F};  // 0 stands for the complement
+    for (std::size_t p = 0; p < n; ++p) {
+        for (std::size_t v = 0; v < 3; ++v) {
+            if (!sampled(p, v)) continue;
+            unsigned char b = v == 0 ? static_cast<unsigned char>(~valid[p]) : values[v];
+            if (b == valid[p]) continue;
+            Bytes damaged = valid;
+            damaged[p] = b;
+            out.push_back({"byte " + std::to_string(p) + " = " + std::to_string(b), damaged});
+        }
+    }
+    return out;
+}
+
+void KillAtRandom(const KillPlan& plan,
+                  const std::function<void(int round, const std::function<void()>& done)>& writer,
+                  const std::function<void(int round, int count)>& check) {
+    std::mt19937 timing(plan.seed);
+    const unsigned spread = static_cast<unsigned>(std::max(1, plan.maxMicros - plan.minMicros));
+    for (int round = 0; round < plan.rounds; ++round) {
+        int pipe[2];
+        ASSERT_EQ(::pipe(pipe), 0);
+        pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            close(pipe[0]);
+            int count = 0;
+            try {
+                writer(round, [&] {
+                    ++count;
+                    if (write(pipe[1], &count, sizeof count) != sizeof count || getppid() == 1)
+                        _exit(1);
+                });
+            } catch (...) {
+                _exit(2);
+            }
+            _exit(0);
+        }
+        close(pipe[1]);
+        std::this_thread::sleep_for(
+            std::chrono::microseconds(plan.minMicros + static_cast<int>(timing() % spread)));
+        kill(child, SIGKILL);
+        int status = 0;
+        waitpid(child, &status, 0);
+        int count = 0, n = 0;
+        while (read(pipe[0], &n, sizeof n) == sizeof n) count = n;
+        close(pipe[0]);
+        ASSERT_TRUE(WIFSIGNALED(status)) << "round " << round << ": the writer ended by itself, "
+                                         << (WIFEXITED(status) ? WEXITSTATUS(status) : -1);
+        check(round, count);
+        if (::testing::Test::HasFailure()) return;
+    }
+}
+
+int KillRounds(int rounds) {
+    const char* times = std::getenv("DORVIK_KILL_TIMES");
+    return times ? std::max(1, rounds * std::atoi(times)) : rounds;
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -94,7 +95,8 @@ private:
 // CFileException(hardIO) and lets all others through; `tear` lets half of write `at` land
 // and then fails it, as a full disk would; `stop` refuses call `at` and every changing
 // call after it, as if the process had died there, and `stopTorn` lets half of call `at`
-// land first when it is a write. Process-wide: one plan at a time.
+// land first when it is a write of more than 16 bytes (a smaller one lies within a page,
+// which a dying process writes whole or not at all). Process-wide: one plan at a time.
 class FileFaults {
 public:
     enum class Mode { count, fail, tear, stop, stopTorn };
@@ -130,3 +132,36 @@ public:
 private:
     int (*m_old)(const char*, unsigned, unsigned);
 };
+
+// A damaged copy of a valid file, and what was done to it.
+struct DamageCase {
+    std::string what;
+    Bytes bytes;
+};
+
+// Every truncation, and every byte turned into its complement, 0x00 and 0x7F (where that
+// changes it): four cases a byte. A file too large for `maxCases` keeps all cases of its
+// last `tail` bytes (a table and its last word, a header) and those of every k-th byte
+// before them, k the smallest step that keeps it within `maxCases`; the sample's offset
+// turns with the change, so that neighbouring bytes see different ones.
+std::vector<DamageCase> DamageCases(const Bytes& valid, std::size_t maxCases,
+                                    std::size_t tail = 64);
+
+// Kills a writer at random moments. Each of `rounds` rounds forks a child that runs
+// `writer(round, done)`: it changes files without end and calls done() after each
+// operation it completed. The parent kills it with SIGKILL after a random pause of
+// `minMicros` to `maxMicros` (from a generator seeded with `seed`), waits for it and
+// calls `check(round, count)` with the number of operations the child completed.
+// Stops at the first failure; fails when a child ends by itself.
+struct KillPlan {
+    int rounds;
+    int minMicros;
+    int maxMicros;
+    unsigned seed = 5;
+};
+void KillAtRandom(const KillPlan& plan,
+                  const std::function<void(int round, const std::function<void()>& done)>& writer,
+                  const std::function<void(int round, int count)>& check);
+// `rounds` times $DORVIK_KILL_TIMES when that is set (a longer run of every kill test is
+// one variable away), else `rounds`.
+int KillRounds(int rounds);

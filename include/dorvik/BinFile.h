@@ -19,8 +19,9 @@
 //    beside the file and sets the file's last byte to 0xFF (no complete record file ends
 //    so) until the change is complete. The next open of the file, read-only included,
 //    puts the journal's bytes back, so the file shows the records before the change or
-//    after it, never others; a marked file whose journal is missing or damaged fails
-//    IsValidBinFile and opens as none. The journal lives while an object that changed
+//    after it, never others; a marked file whose journal is missing or damaged (the
+//    journal's CRC-32C checksums fail, or it is cut short) fails IsValidBinFile and
+//    opens as none, and the journal is kept for repair by hand. The journal lives while an object that changed
 //    the file is open and goes with the last one; when a change throws, it is undone at
 //    once. A change costs the copy of the bytes it overwrites (an append overwrites only
 //    the table) and a few small writes of the journal and the mark;

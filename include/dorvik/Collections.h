@@ -49,9 +49,12 @@ public:
     CBitArray* operator[](int index) const { return GetAt(index); }  // as GetAt
     // The last element (made on demand), or null for an empty array.
     CBitArray* GetTail();
-    // Opens the file at `path` (created when missing, truncated for opCopy) and saves.
+    // Opens the file at `path` (created when missing; truncated for opCopy when it is no
+    // record file) and saves.
     void Save(const char* path, Operation op, bool free, bool packed, Progress progress);
-    // Saves elements m_nFirst .. m_nLast into `file`. opCopy replaces all records;
+    // Saves elements m_nFirst .. m_nLast into `file`. opCopy replaces all records (over
+    // a file on disk that holds any, through a temporary "<path>.XXXXXX" beside it that
+    // then replaces it, so that a process that dies midway leaves the old file);
     // opOr and opXor merge each element with its old record through a temporary file
     // that then replaces `file` (which is reopened on its path, or reloaded when it
     // is a memory twin; the temporary is removed); any other op keeps the old records.
@@ -92,8 +95,9 @@ public:
     // Opens the file at `path` (created when missing) and saves.
     void Save(const char* path, Operation op, bool free, bool packed, Progress progress);
     // Saves every array m_nFirst .. m_nLast into its record of `file` with the array's
-    // Save (same op and packed flag); a file with records is merged through a
-    // temporary file that then replaces it, and `file` is reopened on its path (a
+    // Save (same op and packed flag); a file with records is merged (or, for opCopy,
+    // replaced) through a temporary file that then replaces it, so that a process
+    // that dies midway leaves the old file, and `file` is reopened on its path (a
     // memory twin is reloaded from it; a file with neither throws as above). A
     // record without an array stays as it was in a merge and becomes the image of an
     // empty file in a direct run. With `free` each saved array is deleted and its
@@ -230,14 +234,15 @@ public:
     // Empties `values` and adds the values of the list, newest first, each as stored
     // (a negative value reads as its 32-bit two's complement).
     void GetRecord(int list, CDWordArray& values);
-    // Opens the bit record file at `path` (created when missing, truncated for opCopy)
-    // and saves.
+    // Opens the bit record file at `path` (created when missing; truncated for opCopy
+    // when it is no record file) and saves.
     void Save(const char* path, Operation op, bool free, bool packed, Progress progress);
     // Saves lists m_nFirst .. m_nLast (-1: up to the larger of size and record count)
     // as CBitArrayArray::Save does, except that every index of the range counts: a
     // list without values is an empty element (in packed form it gets its map bit and
     // a record number). In a merge each record is read, combined (opOr, opXor; other
-    // ops keep it) and written; in a direct run (after DeleteAll for opCopy) only
+    // ops keep it) and written; in a direct run (after DeleteAll for opCopy, or into the
+    // temporary that replaces a file with records, as CBitArrayArray::Save does) only
     // lists with a value set write their record. With `free` the node file is closed
     // and removed at the end and the array is spent; the slots stay.
     // Decision: a merge without `packed` keeps the records outside the range as they

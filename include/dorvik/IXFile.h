@@ -54,7 +54,10 @@ public:
     ~CIXFile() override;
 
     // CFile::Open, then puts back what a move cut off by the death of a process left
-    // undone (see above). Throws CFileException when that write fails.
+    // undone (see above). Throws CFileException when that write fails. A journal beside
+    // the file that fails its checksums or does not fit the file is never applied: the
+    // file may be half moved, so the open fails (FALSE, `error` set to invalidFile; the
+    // constructor throws it) and the journal stays for whoever repairs the file.
     BOOL Open(const char* path, UINT flags, CFileException* error = nullptr) override;
     // Removes an idle journal, then closes.
     void Close() override;

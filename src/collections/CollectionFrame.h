@@ -85,8 +85,11 @@ struct SaveRules {
 
 // The frame of a save: a direct run writes into `file` itself; a merge (a file with
 // records and an op other than opCopy) writes into a temporary of the same class that
-// then takes the place of `file`. The temporary is removed whatever happens; `file`
-// is replaced only after the run is complete, so an exception leaves it as it was.
+// then takes the place of `file`, and so does an opCopy over a file on disk that holds
+// more than an empty table (its temporary lies beside it, "<path>.XXXXXX", so that the
+// rename stays on one file system). The temporary is removed whatever happens; `file`
+// is replaced only after the run is complete, so an exception, or the death of the
+// process, leaves it as it was.
 // A direct run puts `file` in not safe mode (SaveRules::notSafe) and restores its
 // mode at the end, also when the run fails.
 template <class OutFile>
@@ -98,9 +101,13 @@ public:
         m_count = size;
         if (m_merge && file->GetFilePath().IsEmpty() && !m_memory)
             throw CFileException(CFileException::invalidFile, -1, nullptr);
+        m_replace = op == opCopy && !m_memory && !file->GetFilePath().IsEmpty() &&
+                    file->CFile::GetLength() > 4;
         if (m_merge) {
-            MakeTemporary();
+            MakeTemporary(nullptr);
             m_count = std::max(m_count, file->GetRecordCount());
+        } else if (m_replace) {
+            MakeTemporary(file->GetFilePath());
         } else if (op == opCopy) {
             if (rules.deleteAll)
                 file->DeleteAll();
@@ -109,7 +116,7 @@ public:
         }
         // A merge only reads `file`, which keeps its mode and its table on disk.
         m_safe = file->IsSafeMode();
-        m_switched = rules.notSafe && !m_merge;
+        m_switched = rules.notSafe && !m_merge && !m_replace;
         if (m_switched) file->SetSafeMode(false);
     }
     ~SaveRun() {
@@ -127,7 +134,7 @@ public:
     // The array's size, raised to the file's record count in a merge.
     int Count() const { return m_count; }
     // The file the records go to: the temporary in a merge, else `file` itself.
-    OutFile* Out() const { return m_merge ? m_merged.get() : m_file; }
+    OutFile* Out() const { return m_merged ? m_merged.get() : m_file; }
 
     // Restores the mode; a merge then puts the temporary in the place of the file and
     // opens the file on it again, or reloads a memory twin from it.
@@ -136,7 +143,7 @@ public:
             m_switched = false;
             m_file->SetSafeMode(m_safe);
         }
-        if (!m_merge) return;
+        if (!m_merged) return;
         m_merged->Close();
         m_merged.reset();
         CString path = m_file->GetFilePath();
@@ -158,8 +165,12 @@ public:
     }
 
 private:
-    void MakeTemporary() {
-        MakeTempFileName(m_temp.path, nullptr);
+    // In $TMPDIR, or beside `beside` when one is given.
+    void MakeTemporary(const char* beside) {
+        if (beside)
+            MakeTempFileBeside(m_temp.path, beside);
+        else
+            MakeTempFileName(m_temp.path, nullptr);
         m_merged = std::make_unique<OutFile>(m_temp.path, CFile::modeCreate | CFile::modeReadWrite);
         if (m_rules.notSafe) m_merged->SetSafeMode(false);
     }
@@ -170,6 +181,7 @@ private:
     Temporary m_temp;  // outlives m_merged, which is closed first
     std::unique_ptr<OutFile> m_merged;
     bool m_merge;
+    bool m_replace = false;  // an opCopy written to the temporary
     bool m_safe = true;
     bool m_switched = false;  // `file` is in not safe mode for the run
     int m_count;

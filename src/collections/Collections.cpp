@@ -88,7 +88,7 @@ void CBitArrayArray::Init(CBitsBinFile* file, Progress progress) {
 
 void CBitArrayArray::Save(const char* path, Operation op, bool free, bool packed,
                           Progress progress) {
-    CBitsBinFile file(path, OpenMode(path, op == opCopy));
+    CBitsBinFile file(path, OpenMode(path, op == opCopy && !CBinFile::IsValidBinFile(path)));
     Save(&file, op, free, packed, progress);
 }
 
@@ -98,7 +98,7 @@ void CBitArrayArray::Save(CBitsBinFile* file, Operation op, bool free, bool pack
     CBitsBinFile* out = run.Out();
     int count = run.Count();
     CBitArray record(false);
-    RecordTargets targets(file, packed);
+    RecordTargets targets(op == opCopy ? out : file, packed);  // a copy starts a new map
     int last = m_nLast == -1 ? count - 1 : m_nLast;
     for (int i = std::max(m_nFirst, 0); i <= last; ++i) {
         auto* element = static_cast<CBitArray*>(CPtrArray::GetAt(i));

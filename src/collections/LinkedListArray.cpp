@@ -212,7 +212,7 @@ void CLinkedListArray::GetRecord(int list, CDWordArray& values) {
 void CLinkedListArray::Save(const char* path, Operation op, bool free, bool packed,
                             Progress progress) {
     RequireNodeFile();
-    CBitsBinFile file(path, OpenMode(path, op == opCopy));
+    CBitsBinFile file(path, OpenMode(path, op == opCopy && !CBinFile::IsValidBinFile(path)));
     Save(&file, op, free, packed, progress);
 }
 
@@ -227,7 +227,7 @@ void CLinkedListArray::Save(CBitsBinFile* file, Operation op, bool free, bool pa
     int count = run.Count();
     CBitArray record(false);
     CBitArray bits(false);
-    RecordTargets targets(file, packed);
+    RecordTargets targets(op == opCopy ? out : file, packed);  // a copy starts a new map
     int first = std::max(m_nFirst, 0);
     int last = m_nLast == -1 ? count - 1 : m_nLast;
     // A plain merge keeps the records outside the range as they are.

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "frame/Checksum.h"
 #include "frame/Coding.h"
 
 namespace dorvik {
@@ -14,32 +15,44 @@ namespace {
 
 constexpr DWORD kMagic = 0x4A4B5644;  // "DVKJ"
 constexpr DWORD kIdle = 0, kUndo = 1;
-constexpr DWORD kStateAt = 4, kCountAt = 20, kHeaderBytes = 24, kRecordHead = 8;
+// The header: its fixed part, then the tail that every later update rewrites in one
+// write (state, count, the records' checksum, the header's checksum).
+constexpr DWORD kFixedBytes = 16, kTailAt = 16, kTailBytes = 16, kHeaderBytes = 32;
+constexpr DWORD kRecordHead = 8;
 constexpr std::size_t kLocalRoom = 4096;
 
 struct Header {
-    DWORD magic = 0, state = 0, oldLength = 0, count = 0;
+    DWORD magic = 0, oldLength = 0, state = 0, count = 0, recordsSum = 0, headerSum = 0;
     std::uint64_t inode = 0;
 };
 
 void Encode(unsigned char* out, const Header& h) {
-    const DWORD words[6] = {h.magic,
-                            h.state,
+    const DWORD words[8] = {h.magic,
                             h.oldLength,
                             static_cast<DWORD>(h.inode),
                             static_cast<DWORD>(h.inode >> 32),
-                            h.count};
-    EncodeFixed32Array(out, words, 6);
+                            h.state,
+                            h.count,
+                            h.recordsSum,
+                            0};
+    EncodeFixed32Array(out, words, 8);
+    Crc32c sum;
+    sum.Add(out, kHeaderBytes - 4);
+    EncodeFixed32(out + kHeaderBytes - 4, sum.Value());
 }
 
-Header Decode(const unsigned char* in) {
-    Header h;
+// The header in `in`; false when its checksum fails.
+bool Decode(const unsigned char* in, Header& h) {
     h.magic = DecodeFixed32(in);
-    h.state = DecodeFixed32(in + 4);
-    h.oldLength = DecodeFixed32(in + 8);
-    h.inode = DecodeFixed32(in + 12) | (std::uint64_t{DecodeFixed32(in + 16)} << 32);
+    h.oldLength = DecodeFixed32(in + 4);
+    h.inode = DecodeFixed32(in + 8) | (std::uint64_t{DecodeFixed32(in + 12)} << 32);
+    h.state = DecodeFixed32(in + 16);
     h.count = DecodeFixed32(in + 20);
-    return h;
+    h.recordsSum = DecodeFixed32(in + 24);
+    h.headerSum = DecodeFixed32(in + 28);
+    Crc32c sum;
+    sum.Add(in, kHeaderBytes - 4);
+    return h.magic == kMagic && sum.Value() == h.headerSum;
 }
 
 std::uint64_t InodeOf(int descriptor) {
@@ -50,12 +63,6 @@ std::uint64_t InodeOf(int descriptor) {
 void WriteAt(CFile& file, DWORD at, const void* bytes, UINT count) {
     file.Seek(static_cast<LONG>(at), CFile::begin);
     file.Write(bytes, count);
-}
-
-void WriteWordAt(CFile& file, DWORD at, DWORD value) {
-    unsigned char word[4];
-    EncodeFixed32(word, value);
-    WriteAt(file, at, word, 4);
 }
 
 // Output gathered in a scratch buffer and written in as few calls as it allows.
@@ -95,17 +102,33 @@ private:
     std::size_t m_used = 0;
 };
 
-// Copies `n` stored bytes of `from` at `source` to `to` at `target`, in pieces.
+// Copies `n` stored bytes of `from` at `source` to `to` at `target`, in pieces, adding
+// them to `sum` when one is given.
 void Copy(CFile& from, DWORD source, CFile& to, DWORD target, DWORD n, unsigned char* scratch,
-          std::size_t room) {
+          std::size_t room, Crc32c* sum = nullptr) {
     for (DWORD done = 0; done < n;) {
         UINT piece = static_cast<UINT>(std::min<std::size_t>(room, n - done));
         from.Seek(static_cast<LONG>(source + done), CFile::begin);
         UINT got = from.Read(scratch, piece);
         if (got < piece) std::fill(scratch + got, scratch + piece, 0);
+        if (sum) sum->Add(scratch, piece);
         WriteAt(to, target + done, scratch, piece);
         done += piece;
     }
+}
+
+// Whether the records [kHeaderBytes, h.count) of the journal sum to h.recordsSum.
+bool RecordsSumUp(CFile& journal, const Header& h) {
+    unsigned char piece[kLocalRoom];
+    Crc32c sum;
+    for (DWORD at = kHeaderBytes; at < h.count;) {
+        const UINT n = static_cast<UINT>(std::min<DWORD>(sizeof piece, h.count - at));
+        journal.Seek(static_cast<LONG>(at), CFile::begin);
+        if (journal.Read(piece, n) != n) return false;
+        sum.Add(piece, n);
+        at += n;
+    }
+    return sum.Value() == h.recordsSum;
 }
 
 struct Record {
@@ -230,44 +253,58 @@ Journal::~Journal() {
 
 CString Journal::PathOf(const CString& path) { return path + ".journal"; }
 
-void Journal::Recover(CFile& file, bool created, bool marked) {
+bool Journal::Recover(CFile& file, bool created, bool marked) {
     const CString path = file.GetFilePath();
-    if (path.IsEmpty() || file.m_hFile == CFile::hFileNull) return;
+    if (path.IsEmpty() || file.m_hFile == CFile::hFileNull) return true;
     const CString journalPath = PathOf(path);
     struct stat st;
-    if (::stat(journalPath, &st) != 0) return;
+    if (::stat(journalPath, &st) != 0) return true;
     ScopedLock lock(file.m_hFile, false);
-    if (!lock.Held()) return;  // a change of another descriptor is under way
+    if (!lock.Held()) return true;  // a change of another descriptor is under way
     CFile journal;
-    if (!journal.Open(journalPath, CFile::modeReadWrite | CFile::shareDenyNone)) return;
+    if (!journal.Open(journalPath, CFile::modeReadWrite | CFile::shareDenyNone)) return true;
+    const DWORD size = journal.CFile::GetLength();
     unsigned char head[kHeaderBytes];
     Header h;
-    if (journal.Read(head, kHeaderBytes) == kHeaderBytes) h = Decode(head);
-    bool active =
-        h.magic == kMagic && h.state == kUndo && !created && h.inode == InodeOf(file.m_hFile);
-    if (active && marked) {
-        // Unmarked, the file is complete: the change ended before its journal went idle.
+    // An empty journal counts as damaged: it may be one cut to nothing.
+    bool whole = journal.Read(head, kHeaderBytes) == kHeaderBytes && Decode(head, h) &&
+                 h.count >= kHeaderBytes && h.count <= size;
+    // Set to undo for this very file, its records must sum up before they are applied.
+    const bool owed = whole && h.state == kUndo && !created && h.inode == InodeOf(file.m_hFile);
+    if (owed) whole = RecordsSumUp(journal, h);
+    // A file that marks itself while it changes is complete when unmarked, whatever
+    // lies beside it; one the open created anew owes nothing to any journal.
+    bool inside = !created;
+    if (inside && marked) {
         unsigned char last = 0;
         const DWORD stored = file.CFile::GetLength();
         if (stored > 0) {
             file.Seek(static_cast<LONG>(stored - 1), CFile::begin);
             file.Read(&last, 1);
         }
-        active = last == 0xFF;
+        inside = last == 0xFF;
     }
-    if (active) {
+    if (inside && !whole) return marked;  // kept for whoever repairs by hand
+    if (inside && owed) {
         std::vector<Record> records;
         if (!ReadRecords(journal, h, records) ||
             !CoversTail(records, file.CFile::GetLength(), h.oldLength))
-            return;  // kept for whoever repairs by hand
+            return marked;  // summed up but does not fit the file: kept as well
         CFile target;
-        if (!target.Open(path, CFile::modeReadWrite | CFile::shareDenyNone)) return;
+        if (!target.Open(path, CFile::modeReadWrite | CFile::shareDenyNone)) return marked;
         Replay(journal, target, h, records);
         target.Close();
-        WriteWordAt(journal, kStateAt, kIdle);
+        h.state = kIdle;
+        Encode(head, h);
+        try {
+            WriteAt(journal, kTailAt, head + kTailAt, kTailBytes);
+        } catch (const CFileException&) {
+            // The file is whole again; the removal below is what counts.
+        }
     }
     journal.Close();
     RemoveQuietly(journalPath);
+    return true;
 }
 
 void Journal::Lock(int descriptor) {
@@ -294,14 +331,16 @@ void Journal::Begin(CFile& file, DWORD length, std::initializer_list<Span> spans
             (::fstat(m_file.m_hFile, &st) != 0 || st.st_nlink == 0))
             m_file.Close();
         if (m_file.m_hFile == CFile::hFileNull) {
+            const CString path = PathOf(file.GetFilePath());
+            const UINT mode = CFile::modeReadWrite | CFile::shareDenyNone;
             CFileException error;
-            if (!m_file.Open(PathOf(file.GetFilePath()),
-                             CFile::modeCreate | CFile::modeNoTruncate | CFile::modeReadWrite |
-                                 CFile::shareDenyNone,
-                             &error))
-                throw error;
+            if (!m_file.Open(path, mode)) {
+                Make(path);
+                if (!m_file.Open(path, mode, &error)) throw error;
+            }
         }
         m_nOldLength = length;
+        m_nInode = InodeOf(file.m_hFile);
         m_covered.clear();
         for (Span s : spans) {
             s.end = std::min(s.end, length);
@@ -327,36 +366,38 @@ void Journal::Begin(CFile& file, DWORD length, std::initializer_list<Span> spans
             scratch = local;
             room = kLocalRoom;
         }
-        Header h;
-        h.magic = kMagic;
-        h.state = kIdle;
-        h.oldLength = length;
-        h.inode = InodeOf(file.m_hFile);
-        h.count = count;
+        // The header first says idle and empty, so that a journal cut off while its
+        // records are written is whole and unused; the tail then sets it to undo.
+        m_nLength = kHeaderBytes;
+        m_sum = Crc32c();
         unsigned char head[kHeaderBytes];
-        Encode(head, h);
+        EncodeHeader(head, kIdle);
         Gather out(m_file, 0, scratch, room);
         out.Put(head, kHeaderBytes);
+        Crc32c sum;
         for (Span p : pieces) {
             unsigned char recordHead[kRecordHead];
             EncodeFixed32(recordHead, p.begin);
             EncodeFixed32(recordHead + 4, p.end - p.begin);
             out.Put(recordHead, kRecordHead);
+            sum.Add(recordHead, kRecordHead);
             for (DWORD at = p.begin; at < p.end;) {
                 std::size_t given = 0;
                 unsigned char* to = out.Reserve(p.end - at, given);
                 file.Seek(static_cast<LONG>(at), CFile::begin);
                 UINT got = file.Read(to, static_cast<UINT>(given));
                 std::fill(to + got, to + given, 0);
+                sum.Add(to, given);
                 out.Advance(given);
                 at += static_cast<DWORD>(given);
             }
         }
         out.Flush();
-        m_nLength = count;
         // Only a journal written whole may ever be applied.
-        WriteWord(kStateAt, kUndo);
+        Commit(kUndo, count, sum);
     } catch (...) {
+        // The file is untouched: a journal left half written would only stand in the way.
+        DropFile();
         Unlock();
         throw;
     }
@@ -375,28 +416,82 @@ void Journal::Cover(CFile& file, Span span, unsigned char* scratch, std::size_t 
     }
     if (at < span.end) missing.push_back({at, span.end});
     if (missing.empty()) return;
-    for (Span p : missing) Append(file, p, scratch, room);
-    // The records count once the count says so: a piece cut off is never applied.
-    WriteWord(kCountAt, m_nLength);
-    m_covered.insert(m_covered.end(), missing.begin(), missing.end());
-    std::sort(m_covered.begin(), m_covered.end(), [](Span a, Span b) { return a.begin < b.begin; });
-}
-
-void Journal::Append(CFile& file, Span span, unsigned char* scratch, std::size_t room) {
     unsigned char local[kLocalRoom];
     if (!scratch || room < kLocalRoom) {
         scratch = local;
         room = kLocalRoom;
     }
-    unsigned char recordHead[kRecordHead];
-    EncodeFixed32(recordHead, span.begin);
-    EncodeFixed32(recordHead + 4, span.end - span.begin);
-    WriteAt(m_file, m_nLength, recordHead, kRecordHead);
-    Copy(file, span.begin, m_file, m_nLength + kRecordHead, span.end - span.begin, scratch, room);
-    m_nLength += kRecordHead + (span.end - span.begin);
+    DWORD count = m_nLength;
+    Crc32c sum = m_sum;
+    for (Span p : missing) {
+        unsigned char recordHead[kRecordHead];
+        EncodeFixed32(recordHead, p.begin);
+        EncodeFixed32(recordHead + 4, p.end - p.begin);
+        WriteAt(m_file, count, recordHead, kRecordHead);
+        sum.Add(recordHead, kRecordHead);
+        Copy(file, p.begin, m_file, count + kRecordHead, p.end - p.begin, scratch, room, &sum);
+        count += kRecordHead + (p.end - p.begin);
+    }
+    // The records count once the tail says so: a piece cut off is never applied.
+    Commit(kUndo, count, sum);
+    m_covered.insert(m_covered.end(), missing.begin(), missing.end());
+    std::sort(m_covered.begin(), m_covered.end(), [](Span a, Span b) { return a.begin < b.begin; });
 }
 
-void Journal::WriteWord(DWORD at, DWORD value) { WriteWordAt(m_file, at, value); }
+void Journal::Make(const CString& path) {
+    const CString fresh = path + ".new";
+    CFile out;
+    CFileException error;
+    if (!out.Open(fresh, CFile::modeCreate | CFile::modeReadWrite | CFile::shareDenyNone, &error))
+        throw error;
+    Header h;
+    h.magic = kMagic;
+    h.state = kIdle;
+    h.count = kHeaderBytes;
+    unsigned char head[kHeaderBytes];
+    Encode(head, h);
+    WriteAt(out, 0, head, kHeaderBytes);
+    out.Close();
+    CFile::Rename(fresh, path);
+}
+
+void Journal::EncodeHeader(unsigned char* out, DWORD state) const {
+    Header h;
+    h.magic = kMagic;
+    h.oldLength = m_nOldLength;
+    h.inode = m_nInode;
+    h.state = state;
+    h.count = m_nLength;
+    h.recordsSum = m_sum.Value();
+    Encode(out, h);
+}
+
+void Journal::Commit(DWORD state, DWORD count, const Crc32c& sum) {
+    const DWORD oldCount = m_nLength;
+    const Crc32c oldSum = m_sum;
+    m_nLength = count;
+    m_sum = sum;
+    unsigned char head[kHeaderBytes];
+    EncodeHeader(head, state);
+    try {
+        WriteAt(m_file, kTailAt, head + kTailAt, kTailBytes);
+    } catch (...) {
+        m_nLength = oldCount;
+        m_sum = oldSum;
+        throw;
+    }
+}
+
+void Journal::DropFile() {
+    if (m_file.m_hFile == CFile::hFileNull) return;
+    const CString path = m_file.GetFilePath();
+    try {
+        m_file.Close();
+    } catch (const CFileException&) {
+        // Closed all the same.
+    }
+    RemoveQuietly(path);
+}
 
 bool Journal::Covers(Span span) const {
     span.end = std::min(span.end, m_nOldLength);
@@ -412,29 +507,32 @@ bool Journal::Covers(Span span) const {
 
 void Journal::End() {
     try {
-        WriteWord(kStateAt, kIdle);
+        Commit(kIdle, m_nLength, m_sum);
     } catch (const CFileException&) {
-        // Left at undo beside a complete, unmarked file: the next change or open sets it
-        // right. The change itself is done.
+        // The change is done: a journal that cannot say so goes instead.
+        DropFile();
     }
     Unlock();
 }
 
 void Journal::Undo(CFile& file) {
     try {
-        unsigned char head[kHeaderBytes];
-        m_file.Seek(0, CFile::begin);
-        if (m_file.Read(head, kHeaderBytes) != kHeaderBytes)
-            throw CFileException(CFileException::invalidFile, -1, m_file.GetFilePath());
-        Header h = Decode(head);
+        // What this object committed, whatever a failed write left in the header.
+        Header h;
+        h.oldLength = m_nOldLength;
+        h.count = m_nLength;
         std::vector<Record> records;
         if (!ReadRecords(m_file, h, records))
             throw CFileException(CFileException::invalidFile, -1, m_file.GetFilePath());
         Replay(m_file, file, h, records);
-        WriteWord(kStateAt, kIdle);
     } catch (...) {
         Unlock();
         throw;
+    }
+    try {
+        Commit(kIdle, m_nLength, m_sum);
+    } catch (const CFileException&) {
+        DropFile();  // the file is whole again
     }
     Unlock();
 }
@@ -446,12 +544,13 @@ void Journal::Close(CFile& file) {
         if (file.m_hFile != CFile::hFileNull) {
             ScopedLock lock(file.m_hFile, true);
             struct stat mine, named;
-            unsigned char state[4] = {1, 0, 0, 0};
-            m_file.Seek(kStateAt, CFile::begin);
-            m_file.Read(state, 4);
+            unsigned char head[kHeaderBytes] = {};
+            m_file.Seek(0, CFile::begin);
+            Header h;
+            const bool idle = m_file.Read(head, kHeaderBytes) == kHeaderBytes && Decode(head, h) &&
+                              h.state == kIdle;
             if (::fstat(m_file.m_hFile, &mine) == 0 && mine.st_nlink > 0 &&
-                ::stat(path, &named) == 0 && named.st_ino == mine.st_ino &&
-                DecodeFixed32(state) == kIdle)
+                ::stat(path, &named) == 0 && named.st_ino == mine.st_ino && idle)
                 RemoveQuietly(path);
             m_file.Close();
         } else {

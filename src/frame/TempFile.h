@@ -8,7 +8,11 @@ namespace dorvik::classic {
 // ("dvk" when null) and puts its full path in `name`. No other caller gets the same
 // name. Throws CFileException when no file can be created.
 void MakeTempFileName(CString& name, const char* prefix);
+// Creates a new empty file "<path>.XXXXXX" beside `path`, on the same file system, so
+// that it can be renamed over `path`, and puts its name in `name`. Throws as above.
+void MakeTempFileBeside(CString& name, const char* path);
 
 }  // namespace dorvik::classic
 
+using dorvik::classic::MakeTempFileBeside;
 using dorvik::classic::MakeTempFileName;

@@ -53,7 +53,13 @@ CIXFile::~CIXFile() {
 BOOL CIXFile::Open(const char* path, UINT flags, CFileException* error) {
     if (m_pJournal) m_pJournal->Close(*this);
     if (!CFile::Open(path, flags, error)) return 0;
-    dorvik::Journal::Recover(*this, (flags & modeCreate) && !(flags & modeNoTruncate), false);
+    if (!dorvik::Journal::Recover(*this, (flags & modeCreate) && !(flags & modeNoTruncate),
+                                  false)) {
+        // A damaged journal beside it: the file may be half moved, and is not read.
+        CFile::Close();
+        if (error) *error = CFileException(CFileException::invalidFile, -1, path);
+        return 0;
+    }
     return 1;
 }
 

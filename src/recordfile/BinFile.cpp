@@ -53,7 +53,8 @@ void CBinFile::Close() {
 
 void CBinFile::Recover(UINT flags) {
     const bool created = (flags & modeCreate) && !(flags & modeNoTruncate);
-    dorvik::Journal::Recover(*this, created, true);
+    // A marked file beside a damaged journal stays marked and loads as none.
+    static_cast<void>(dorvik::Journal::Recover(*this, created, true));
 }
 
 void CBinFile::Release() {

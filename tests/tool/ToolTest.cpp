@@ -16,52 +16,9 @@
 #include "Dorvik01.h"
 #include "TestUtil.h"
 #include "dorvik/dorvik.hpp"
-
-extern char** environ;
+#include "tool/ToolRun.h"
 
 namespace {
-
-const std::string kCorpus = std::string(DORVIK_TEST_DATA) + "/corpus-utf8.txt";
-
-struct Result {
-    int status = -1;
-    std::string out, err;
-};
-
-std::string Slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-// Runs the tool with `args`, `input` on its standard input; standard error goes to
-// `errFd` and standard output to `outFd` when given (they then stay empty in the result).
-Result Dorvik(const TempDir& dir, std::vector<std::string> args, const std::string& input = {},
-              int errFd = -1, int outFd = -1) {
-    std::string in = dir.Path(".in"), out = dir.Path(".out"), err = dir.Path(".err");
-    WriteAll(in, B(input));
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 0, in.c_str(), O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (errFd >= 0) posix_spawn_file_actions_adddup2(&actions, errFd, 2);
-    if (outFd >= 0) posix_spawn_file_actions_adddup2(&actions, outFd, 1);
-    args.insert(args.begin(), DORVIK_TOOL);
-    std::vector<char*> argv;
-    for (std::string& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    pid_t pid = 0;
-    Result r;
-    if (posix_spawn(&pid, DORVIK_TOOL, &actions, nullptr, argv.data(), environ) == 0) {
-        int status = 0;
-        waitpid(pid, &status, 0);
-        r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-    posix_spawn_file_actions_destroy(&actions);
-    r.out = Slurp(out);
-    r.err = Slurp(err);
-    return r;
-}
 
 // A terminal for the tool to write to. The slave stays open here too, so that what the
 // tool wrote can still be read once it has ended; output passes untranslated.
@@ -99,20 +56,6 @@ public:
 private:
     int master_ = -1, slave_ = -1;
 };
-
-// One line on standard error, naming `what`.
-void ExpectOneLine(const Result& r, const std::string& what) {
-    EXPECT_NE(r.err.find(what), std::string::npos) << r.err;
-    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
-}
-
-// The folder built from the test corpus.
-std::string Built(const TempDir& dir) {
-    std::string folder = dir.Path("dict");
-    Result r = Dorvik(dir, {"build", "-q", kCorpus, "-o", folder});
-    EXPECT_EQ(r.status, 0) << r.err;
-    return folder;
-}
 
 std::vector<std::string> Names(const std::string& folder) {
     std::vector<std::string> names;
