@@ -56,7 +56,8 @@ public:
     // a file on disk that holds any, through a temporary "<path>.XXXXXX" beside it that
     // then replaces it, so that a process that dies midway leaves the old file);
     // opOr and opXor merge each element with its old record through a temporary file
-    // that then replaces `file` (which is reopened on its path, or reloaded when it
+    // (beside a file on disk, as for opCopy; in $TMPDIR for a memory twin without a
+    // path) that then replaces `file` (which is reopened on its path, or reloaded when it
     // is a memory twin; the temporary is removed); any other op keeps the old records.
     // A file without records is written directly. With `free` each saved element is
     // deleted and its slot set null once the file is complete, so that an exception

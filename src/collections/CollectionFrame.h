@@ -86,8 +86,9 @@ struct SaveRules {
 // The frame of a save: a direct run writes into `file` itself; a merge (a file with
 // records and an op other than opCopy) writes into a temporary of the same class that
 // then takes the place of `file`, and so does an opCopy over a file on disk that holds
-// more than an empty table (its temporary lies beside it, "<path>.XXXXXX", so that the
-// rename stays on one file system). The temporary is removed whatever happens; `file`
+// more than an empty table. The temporary of a file on disk lies beside it,
+// "<path>.XXXXXX", so that the rename stays on one file system; that of a memory twin
+// without a path is in $TMPDIR. The temporary is removed whatever happens; `file`
 // is replaced only after the run is complete, so an exception, or the death of the
 // process, leaves it as it was.
 // A direct run puts `file` in not safe mode (SaveRules::notSafe) and restores its
@@ -104,7 +105,8 @@ public:
         m_replace = op == opCopy && !m_memory && !file->GetFilePath().IsEmpty() &&
                     file->CFile::GetLength() > 4;
         if (m_merge) {
-            MakeTemporary(nullptr);
+            const CString path = file->GetFilePath();
+            MakeTemporary(path.IsEmpty() ? nullptr : static_cast<const char*>(path));
             m_count = std::max(m_count, file->GetRecordCount());
         } else if (m_replace) {
             MakeTemporary(file->GetFilePath());
