@@ -1,10 +1,13 @@
 // Any bytes as a query over a fixed small index: parsing either succeeds or throws a
-// QueryError pointing inside the text; an answer holds only units of the index, and a
-// query and its negation split the units between them.
+// QueryError pointing inside the text; an answer holds only units of the index, the
+// Searcher gives the same answer (or refuses the same query), and a query and its
+// negation split the units between them.
 #include <cstdint>
 #include <cstdlib>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "FuzzUtil.h"
 #include "dorvik/dorvik.hpp"
@@ -30,23 +33,40 @@ struct FuzzIndex {
     }
 };
 
+// The units of `query` through a Searcher; nothing when it refuses the query.
+std::optional<std::vector<std::uint32_t>> Searched(const FuzzIndex& index,
+                                                   const dorvik::Query& query) {
+    try {
+        dorvik::Dictionary words(index.words, {.read_only = true});
+        dorvik::PostingsFile postings(index.postings, {.read_only = true});
+        dorvik::Searcher searcher(words, postings, kUnits);
+        return searcher.search(query);
+    } catch (const dorvik::Error&) {
+        return std::nullopt;
+    }
+}
+
 // The units of `query`, or false when it cannot be parsed or answered.
 bool Answer(const std::string& query, dorvik::BitSet& found) {
     static const FuzzIndex index;
+    std::optional<dorvik::Query> parsed;
     try {
-        const dorvik::Query parsed(query);
-        (void)parsed.wanted();
+        parsed.emplace(query);
+        (void)parsed->wanted();
         dorvik::Dictionary words(index.words, {.read_only = true});
         dorvik::PostingsFile postings(index.postings, {.read_only = true});
-        found = parsed.evaluate(words, postings, kUnits);
-        (void)parsed.wanted_forms(words);
-        return true;
+        found = parsed->evaluate(words, postings, kUnits);
+        (void)parsed->wanted_forms(words);
     } catch (const dorvik::QueryError& e) {
-        if (e.offset() > query.size()) std::abort();  // points past the text
+        if (e.offset() > query.size()) std::abort();           // points past the text
+        if (parsed && Searched(index, *parsed)) std::abort();  // the Searcher took it
         return false;
     } catch (const dorvik::Error&) {
         return false;
     }
+    if (Searched(index, *parsed) != std::vector<std::uint32_t>(found.begin(), found.end()))
+        std::abort();
+    return true;
 }
 
 }  // namespace
