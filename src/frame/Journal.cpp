@@ -15,9 +15,9 @@ namespace {
 
 constexpr DWORD kMagic = 0x4A4B5644;  // "DVKJ"
 constexpr DWORD kIdle = 0, kUndo = 1;
-// The header: its fixed part, then the tail that every later update rewrites in one
-// write (state, count, the records' checksum, the header's checksum).
-constexpr DWORD kFixedBytes = 16, kTailAt = 16, kTailBytes = 16, kHeaderBytes = 32;
+// The header: its fixed part (16 bytes), then the tail that every later update rewrites
+// in one write (state, count, the records' checksum, the header's checksum).
+constexpr DWORD kTailAt = 16, kTailBytes = 16, kHeaderBytes = 32;
 constexpr DWORD kRecordHead = 8;
 constexpr std::size_t kLocalRoom = 4096;
 
