@@ -65,7 +65,8 @@ public:
     // files stay in not safe mode during the run; `file`'s mode is restored. A merge
     // into a closed file that has no path and is no memory twin throws
     // CFileException(invalidFile) before anything changes. A merge that fails midway
-    // leaves `file` as it was and removes its temporary.
+    // leaves `file` as it was and removes its temporary; one whose last step, reopening
+    // `file` on the new records, fails throws with the new records in place.
     void Save(CBitsBinFile* file, Operation op, bool free, bool packed, Progress progress);
     // Deletes every element and empties the array; m_nMaxLength stays.
     void RemoveAll();

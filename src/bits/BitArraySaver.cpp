@@ -26,12 +26,30 @@ private:
     CCriticalSection& m_lock;
 };
 
-// A file of 1 to 3 bytes makes the record file test throw; it is no record file either.
-bool HoldsRecordFile(const char* path) {
+// Whether a failure of the record file test says that the file holds none: the record
+// layer gives no OS cause for that, or badSeek for a file too short for its table.
+bool SaysNoRecordFile(const CFileException& e) {
+    return e.m_cause == CFileException::none || e.m_cause == CFileException::invalidFile ||
+           e.m_cause == CFileException::badSeek;
+}
+
+// Whether `path` is to be made anew: it is missing, or it holds no record file. A file
+// that cannot be opened or read throws instead, so that a passing fault of the file
+// layer never empties a stack.
+bool NeedsFreshFile(const char* path) {
+    CFileStatus status;
+    if (!*path || !CFile::GetStatus(path, status)) return true;
     try {
-        return CBinFile::IsValidBinFile(path);
-    } catch (const CFileException&) {
-        return false;
+        CBinFile file;
+        CFileException error;
+        if (!file.Open(path, CFile::shareDenyNone, &error)) {
+            if (SaysNoRecordFile(error)) return true;
+            throw error;
+        }
+        return !file.IsValidBinFile();
+    } catch (const CFileException& e) {
+        if (!SaysNoRecordFile(e)) throw;
+        return true;
     }
 }
 }  // namespace
@@ -74,7 +92,7 @@ bool CBitArraySaver::SetTempFile(const char* path) {
     LeaveFile(path);
     m_strPath = path;
     UINT mode = kOpenMode;
-    bool fresh = !HoldsRecordFile(path);
+    bool fresh = NeedsFreshFile(path);
     if (fresh) mode |= CFile::modeCreate;
     try {
         CFileException error;
