@@ -154,7 +154,8 @@ Subject BitRecords() {
             BytesRead<CBitsBinFile>};
 }
 
-// Values of an integer file: positions and -1 for an empty record.
+// Values of an integer file: positions and -1 for an empty record. Changes inside the
+// file, moves, and extensions of more than one write.
 Subject IntegerFile() {
     return {"integers",
             [](const std::string& path) {
@@ -167,15 +168,23 @@ Subject IntegerFile() {
                     const int n = f->GetRecordCount();
                     const int at = static_cast<int>(rng() % static_cast<unsigned>(n + 1));
                     const int value = rng() % 6 == 0 ? -1 : static_cast<int>(rng() % 2000);
-                    const unsigned pick = rng() % 10;
+                    const unsigned pick = rng() % 12;
                     if (pick < 3 || n < 10) {
-                        f->Insert(at, value);
-                    } else if (pick < 5) {
-                        f->Delete(at % n, std::min(n - 1, at % n + static_cast<int>(rng() % 4)));
+                        f->Insert(at, value);  // at n: past the end, it extends first
                     } else if (pick < 6) {
+                        f->Delete(at % n, std::min(n - 1, at % n + static_cast<int>(rng() % 4)));
+                    } else if (pick < 7) {
                         f->DeleteEmpty();
                     } else if (pick < 8) {
                         f->Modify(at % n, value);
+                    } else if (pick < 9) {
+                        f->Modify(n + static_cast<int>(rng() % 3), value);  // extends
+                    } else if (pick < 10) {
+                        f->Init(n + 1 + static_cast<int>(rng() % 3));
+                    } else if (pick < 11) {
+                        const DWORD values[3] = {static_cast<DWORD>(rng() % 2000), static_cast<DWORD>(rng() % 2000),
+                                                static_cast<DWORD>(rng() % 2000)};
+                        f->AddRecords(values, 1 + static_cast<int>(rng() % 3));
                     } else {
                         f->Add(value);
                     }

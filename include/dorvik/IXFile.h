@@ -31,15 +31,17 @@ class CBitArray;
 // so a subclass may store the bytes elsewhere. File errors throw CFileException and
 // pass through every operation. Not safe for concurrent use.
 //
-// Crash safety, for a file on disk: the operations that move records in place (Insert,
-// Delete, DeleteEmpty, Invert into the file itself) keep the bytes they overwrite in the
-// rollback journal "<path>.journal" beside the file, as a record file does (BinFile.h),
-// until they are done. When one fails, it puts them back and throws; when the process
-// dies inside one, the next Open puts them back. Writing one record (Modify, IncRecord,
-// DecRecord, SetRecord) is a single write of 1 to 4 bytes, and appending (Add, AddRecords,
-// Init) only extends the file: those keep no journal. A move first copies the bytes it
-// overwrites to the journal, which doubles its writes; the journal never changes a byte
-// of the file. A journal left set to undo is applied by the next CIXFile open even when
+// Crash safety, for a file on disk: every change of more than one write (Insert, Delete,
+// DeleteEmpty, Invert into the file itself, and the extensions: Init, AddRecords, and
+// Modify, IncRecord, DecRecord or Insert past the end) keeps the bytes it overwrites and
+// the old length in the rollback journal "<path>.journal" beside the file, as a record
+// file does (BinFile.h), until it is done. When one fails, it puts them back and throws;
+// when the process dies inside one, the next Open puts them back, so a file holds the
+// records before or after each change, never a part of one. Writing one record inside
+// the file (Modify, IncRecord, DecRecord) and appending one (Add) are a single
+// write of 1 to 4 bytes and keep no journal. A move first copies the bytes it overwrites
+// to the journal, which doubles its writes; an extension writes only the journal's
+// header (three small writes and a lock); the journal never changes a byte of the file. A journal left set to undo is applied by the next CIXFile open even when
 // another program has changed the file since: change such a file only through this class.
 class DORVIK_API CIXFile : public CFile {
 public:
@@ -234,6 +236,8 @@ private:
     // Runs `move`, which overwrites stored bytes from `from` on, as one change: journaled
     // on a file on disk, and undone when it throws.
     void AsOneChange(DWORD from, const std::function<void()>& move);
+    // Init's writes, inside a change that is already running.
+    void Extend(int count);
     std::unique_ptr<dorvik::Journal> m_pJournal;
 };
 

@@ -134,6 +134,12 @@ int CIXFile::PhysicalPosition(int position, int count) {
 }
 
 void CIXFile::Init(int count) {
+    const int records = GetRecordCount();
+    if (count <= records) return;
+    AsOneChange(static_cast<DWORD>(records * m_nRecordSize), [&] { Extend(count); });
+}
+
+void CIXFile::Extend(int count) {
     int records = GetRecordCount();
     if (count <= records) return;
     std::int64_t start = static_cast<std::int64_t>(records) * m_nRecordSize;
@@ -198,12 +204,17 @@ void CIXFile::Modify(int position, int value) {
         if (physical >= 0) WriteRecord(physical, value);
         return;
     }
-    if (position >= count) {
-        if ((static_cast<std::int64_t>(position) + 1) * m_nRecordSize > kMaxFile)
-            throw CFileException(CFileException::diskFull, EFBIG, GetFilePath());
-        Init(position + 1);
+    if (position < count) {
+        WriteRecord(position, value);
+        return;
     }
-    WriteRecord(position, value);
+    if ((static_cast<std::int64_t>(position) + 1) * m_nRecordSize > kMaxFile)
+        throw CFileException(CFileException::diskFull, EFBIG, GetFilePath());
+    // The extension and the write land together or not at all.
+    AsOneChange(static_cast<DWORD>(count * m_nRecordSize), [&] {
+        Extend(position + 1);
+        WriteRecord(position, value);
+    });
 }
 
 bool CIXFile::MoveData(DWORD from, DWORD to, DWORD length) {
@@ -241,23 +252,21 @@ bool CIXFile::MoveData(DWORD from, DWORD to, DWORD length) {
 
 void CIXFile::Insert(int position, int value) {
     if (position < -1) position = -1;
-    std::int64_t records = GetRecordCount();
-    std::int64_t p = static_cast<std::int64_t>(position) + 1;
-    if (p > records) {
-        if ((p + 2) * m_nRecordSize > kMaxFile)
-            throw CFileException(CFileException::diskFull, EFBIG, GetFilePath());
-        Init(static_cast<int>(p + 1));
-        records = p + 1;
-    }
-    if ((records + 1) * m_nRecordSize > kMaxFile)
+    const std::int64_t records = GetRecordCount();
+    const std::int64_t p = static_cast<std::int64_t>(position) + 1;
+    // Behind the end the file first grows to p + 1 records; the record then goes at p.
+    const std::int64_t grown = std::max(records, p + 1);
+    if ((grown + 1) * m_nRecordSize > kMaxFile)
         throw CFileException(CFileException::diskFull, EFBIG, GetFilePath());
-    std::int64_t tail = (records - p) * m_nRecordSize;
-    if (tail == 0) {
+    if (p == records) {  // an append: one write
         WriteRecord(static_cast<int>(p), value);
         return;
     }
+    const std::int64_t tail = (grown - p) * m_nRecordSize;
     bool moved = true;
-    AsOneChange(static_cast<DWORD>(p * m_nRecordSize), [&] {
+    // The extension, the move and the write are one change.
+    AsOneChange(static_cast<DWORD>(std::min(p, records) * m_nRecordSize), [&] {
+        if (p > records) Extend(static_cast<int>(p + 1));
         moved = MoveData(static_cast<DWORD>(p * m_nRecordSize),
                          static_cast<DWORD>((p + 1) * m_nRecordSize), static_cast<DWORD>(tail));
         if (moved) WriteRecord(static_cast<int>(p), value);
@@ -275,15 +284,18 @@ void CIXFile::AddRecords(const DWORD* values, int count) {
     int piece = std::min(count, kPiece);
     Block block = GrabOrThrow<BYTE>(static_cast<std::size_t>(piece) *
                                     static_cast<std::size_t>(m_nRecordSize));
-    Seek(static_cast<LONG>(start), begin);
-    for (int done = 0; done < count;) {
-        int n = std::min(piece, count - done);
-        for (int i = 0; i < n; ++i)
-            EncodeIXRecord(block.get() + i * m_nRecordSize, static_cast<int>(values[done + i]),
-                           m_nRecordSize);
-        Write(block.get(), static_cast<UINT>(n * m_nRecordSize));
-        done += n;
-    }
+    // Written in pieces, the records land all together or not at all.
+    AsOneChange(static_cast<DWORD>(start), [&] {
+        Seek(static_cast<LONG>(start), begin);
+        for (int done = 0; done < count;) {
+            int n = std::min(piece, count - done);
+            for (int i = 0; i < n; ++i)
+                EncodeIXRecord(block.get() + i * m_nRecordSize, static_cast<int>(values[done + i]),
+                               m_nRecordSize);
+            Write(block.get(), static_cast<UINT>(n * m_nRecordSize));
+            done += n;
+        }
+    });
 }
 
 void CIXFile::Delete(int from, int to) {
