@@ -387,7 +387,7 @@ TEST(CrashSafety, AnOpenDuringAChangeNeitherUndoesItNorReadsHalfOfIt) {
     static long s_calls = 0;
     s_path = path;
     s_calls = 0;
-    auto hook = [](dorvik::FileCall call, UINT bytes) -> UINT {
+    auto hook = [](dorvik::FileCall call, UINT bytes, std::int64_t) -> UINT {
         if (call != dorvik::FileCall::read && ++s_calls == 7) {
             CBinFile other;
             s_seen = other.Open(s_path.c_str(), CFile::modeReadWrite) ? other.GetRecordCount() : -1;
@@ -530,8 +530,9 @@ void CutAtEveryCall(const std::string& path, const Bytes& original, const std::s
     }
 }
 
-// The moves of an integer file (insert, delete, delete-empty, invert in place). A
-// completed move leaves exactly the file it would without a journal.
+// The moves of an integer file (insert, delete, delete-empty, invert in place) and its
+// extensions of more than one write. A completed change leaves exactly the file it
+// would without a journal.
 TEST(CrashSafety, AnIntegerFileMoveCutAnywhereLeavesTheOldOrTheNewRecords) {
     TempDir dir;
     const std::string path = dir.Path("ix");
@@ -540,6 +541,14 @@ TEST(CrashSafety, AnIntegerFileMoveCutAnywhereLeavesTheOldOrTheNewRecords) {
         {"delete", [](CIXFile& f) { f.Delete(1, 3); }},
         {"delete empty", [](CIXFile& f) { f.DeleteEmpty(); }},
         {"invert", [](CIXFile& f) { f.Invert(nullptr, nullptr); }},
+        // Extensions of more than one write: the old length comes back.
+        {"insert past the end", [](CIXFile& f) { f.Insert(3100, 77); }},
+        {"modify past the end", [](CIXFile& f) { f.Modify(70000, 5); }},
+        {"init", [](CIXFile& f) { f.Init(90000); }},
+        {"add records", [](CIXFile& f) {
+             const std::vector<DWORD> values(70000, 9);
+             f.AddRecords(values.data(), static_cast<int>(values.size()));
+         }},
     };
     // 3000 records, some empty, that name one another.
     Bytes original;
@@ -549,16 +558,18 @@ TEST(CrashSafety, AnIntegerFileMoveCutAnywhereLeavesTheOldOrTheNewRecords) {
     }
     for (const auto& [name, move] : moves) {
         WriteAll(path, original);
-        CMemIXFile twin(path.c_str(), 0, 4);  // the same move without any journal
+        CMemIXFile twin(path.c_str(), 0, 4);  // the same change without any journal
+        twin.SetGrowCount(0);
         move(twin);
         twin.UpdateToFile(dir.Path("twin").c_str());
-        CutAtEveryCall(
-            path, original, name,
-            [&, m = move] {
-                CIXFile f(path.c_str(), CFile::modeReadWrite, 4);
-                m(f);
-            },
-            [&] { CIXFile reopened(path.c_str(), CFile::modeRead, 4); });
+        const auto change = [&, m = move] {
+            CIXFile f(path.c_str(), CFile::modeReadWrite, 4);
+            m(f);
+        };
+        CutAtEveryCall(path, original, name, change,
+                       [&] { CIXFile reopened(path.c_str(), CFile::modeRead, 4); });
+        WriteAll(path, original);
+        change();
         EXPECT_EQ(ReadAll(path), ReadAll(dir.Path("twin"))) << name << ": the journal changed it";
     }
 }

@@ -187,7 +187,7 @@ namespace {
 FileFaults* g_faults = nullptr;
 // A write this small lies within one page: the death of the process lands it whole or
 // not at all.
-constexpr UINT kWholeWrite = 16;
+constexpr std::int64_t kPage = 4096;
 }  // namespace
 
 FileFaults::FileFaults(Mode mode, long at, bool reads)
@@ -200,7 +200,7 @@ FileFaults::~FileFaults() {
     dorvik::SetFileHook(m_old);
 }
 
-UINT FileFaults::Hook(dorvik::FileCall call, UINT bytes) {
+UINT FileFaults::Hook(dorvik::FileCall call, UINT bytes, std::int64_t at) {
     if (!g_faults) return bytes;
     FileFaults& f = *g_faults;
     const bool read = call == dorvik::FileCall::read;
@@ -225,9 +225,11 @@ UINT FileFaults::Hook(dorvik::FileCall call, UINT bytes) {
         case Mode::stop:
         case Mode::stopTorn:
             if (n < f.m_at || read) return bytes;
-            if (n == f.m_at && write && f.m_mode == Mode::stopTorn && bytes > kWholeWrite) {
+            if (n == f.m_at && write && f.m_mode == Mode::stopTorn && at >= 0 &&
+                at / kPage != (at + bytes - 1) / kPage) {
                 f.m_struck = true;
-                return bytes / 2;  // the layer then fails the rest of the write
+                // Up to the boundary; the layer then fails the rest of the write.
+                return static_cast<UINT>(kPage - at % kPage);
             }
             refuse();
     }

@@ -94,9 +94,10 @@ private:
 // are numbered from 0. `count` only counts them; `fail` makes call `at` fail with
 // CFileException(hardIO) and lets all others through; `tear` lets half of write `at` land
 // and then fails it, as a full disk would; `stop` refuses call `at` and every changing
-// call after it, as if the process had died there, and `stopTorn` lets half of call `at`
-// land first when it is a write of more than 16 bytes (a smaller one lies within a page,
-// which a dying process writes whole or not at all). Process-wide: one plan at a time.
+// call after it, as if the process had died there, and `stopTorn` lets the part of write
+// `at` up to its first page boundary land first when the write crosses one (a dying
+// process copies a write page by page: within a page it lands whole or not at all).
+// Process-wide: one plan at a time.
 class FileFaults {
 public:
     enum class Mode { count, fail, tear, stop, stopTorn };
@@ -110,7 +111,7 @@ public:
     bool Struck() const { return m_struck; }
 
 private:
-    static UINT Hook(dorvik::FileCall call, UINT bytes);
+    static UINT Hook(dorvik::FileCall call, UINT bytes, std::int64_t at);
     Mode m_mode;
     long m_at;
     bool m_reads;

@@ -20,9 +20,9 @@ std::atomic<FileHook> g_hook{nullptr};
 
 FileHook SetFileHook(FileHook hook) { return g_hook.exchange(hook); }
 
-UINT AllowFileCall(FileCall call, UINT bytes) {
+UINT AllowFileCall(FileCall call, UINT bytes, std::int64_t at) {
     FileHook hook = g_hook.load(std::memory_order_relaxed);
-    return hook ? hook(call, bytes) : bytes;
+    return hook ? hook(call, bytes, at) : bytes;
 }
 
 }  // namespace dorvik
@@ -220,7 +220,7 @@ UINT CFile::Read(void* buffer, UINT count) {
     CheckOpen();
     if (count > 0 && ReadMapped(buffer, count)) return count;
     FlushWriteBehind();
-    count = dorvik::AllowFileCall(FileCall::read, count);
+    count = dorvik::AllowFileCall(FileCall::read, count, m_nPos);
     UINT done = 0;
     char* out = static_cast<char*>(buffer);
     while (done < count) {
@@ -260,7 +260,7 @@ void CFile::Write(const void* buffer, UINT count) {
 }
 
 void CFile::WriteAt(const void* buffer, UINT count, std::int64_t at) {
-    const UINT allowed = dorvik::AllowFileCall(FileCall::write, count);
+    const UINT allowed = dorvik::AllowFileCall(FileCall::write, count, at);
     UINT done = 0;
     const char* in = static_cast<const char*>(buffer);
     while (done < allowed) {
