@@ -12,6 +12,7 @@
 
 #include "Dorvik01.h"
 #include "TestUtil.h"
+#include "frame/Block.h"
 
 namespace {
 using Rows = std::vector<Set>;
@@ -131,6 +132,13 @@ TEST(LinkedListArray, SavesLargeNodeFilesListByList) {
         a.AddValue(list, value);
         expected[static_cast<std::size_t>(list)].SetAt(value);
     }
+    // Falling values, repeats, a negative value (ignored), full bytes and a gap longer
+    // than one zero run can say.
+    for (int value : {900000, 15, -3, 8, 9, 10, 11, 12, 13, 14, 15, 7, 700000})
+        for (int list : {18, 19}) {
+            a.AddValue(list, value);
+            expected[static_cast<std::size_t>(list)].SetAt(value);
+        }
     a.Save(dir.Path("big").c_str(), opOr, false, false, nullptr);
     CBitsBinFile f(dir.Path("big").c_str(), CFile::modeRead);
     ASSERT_EQ(f.GetRecordCount(), kLists);
@@ -138,6 +146,16 @@ TEST(LinkedListArray, SavesLargeNodeFilesListByList) {
     for (int list = 0; list < kLists; ++list) {
         f.GetRecord(list, record, -1);
         ASSERT_TRUE(record == expected[static_cast<std::size_t>(list)]) << list;
+        // Stored byte for byte as the compressed bitmap.
+        CBitArray packed = expected[static_cast<std::size_t>(list)];
+        packed.Compress();
+        unsigned char* stored = nullptr;
+        int length = 0;
+        f.CBinFile::GetRecord(list, stored, length, true);
+        dorvik::Block<> held = dorvik::Hold(stored);
+        ASSERT_EQ(Bytes(stored, stored + length),
+                  Bytes(packed.GetBuffer(), packed.GetBuffer() + packed.GetLength()))
+            << list;
     }
     a.GetRecord(17, record);
     EXPECT_TRUE(record == expected[17]);

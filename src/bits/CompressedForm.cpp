@@ -602,9 +602,10 @@ void Encode(const unsigned char* source, int length, unsigned char*& target, int
 
 // The compressed form of the plain bitmap whose set bits are `bits` (rising, each at
 // most once), byte for byte what compressing that bitmap gives, built without it.
-std::vector<unsigned char> EncodeSortedBits(const std::vector<unsigned>& bits) {
+std::vector<unsigned char> EncodeSortedBits(std::span<const unsigned> bits) {
     std::vector<unsigned char> out;
     if (bits.empty()) return out;
+    out.reserve(bits.size() * 4 + 8);  // a sparse list: a zero run and a literal per bit
     out.push_back(kMarker);
     long long done = 0;       // plain bytes written
     std::size_t fullRun = 0;  // where the 0xFF run that ends the form starts, or 0
@@ -612,7 +613,7 @@ std::vector<unsigned char> EncodeSortedBits(const std::vector<unsigned>& bits) {
         for (long long gap = byte - done; gap > 0;) {
             std::size_t count = static_cast<std::size_t>(
                 gap < static_cast<long long>(kMaxRun) ? gap : static_cast<long long>(kMaxRun));
-            out.insert(out.end(), {0x00, 0, 0});
+            out.resize(out.size() + 3, 0x00);  // a zero run
             PutRunCount(&out[out.size() - 3], count);
             gap -= count;
             fullRun = 0;

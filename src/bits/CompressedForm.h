@@ -12,6 +12,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "frame/Block.h"
@@ -130,6 +131,6 @@ bool SetBit(unsigned char*& form, int& length, int bit);
 void Encode(const unsigned char* plain, int length, unsigned char*& form, int& formLength);
 // The form of the plain bitmap whose set bits are `bits` (rising, each at most once),
 // byte for byte what encoding that bitmap gives, built without it.
-std::vector<unsigned char> EncodeSortedBits(const std::vector<unsigned>& bits);
+std::vector<unsigned char> EncodeSortedBits(std::span<const unsigned> bits);
 
 }  // namespace dorvik::form

@@ -5,6 +5,7 @@
 
 #include "dorvik/Collections.h"
 
+#include "bits/CompressedForm.h"
 #include "collections/CollectionFrame.h"
 #include "frame/Coding.h"
 #include "frame/TempFile.h"
@@ -28,6 +29,17 @@ int NextBatch(const CDWordArray& counts, int first, int last) {
     while (end < last && values + counts.GetAt(end + 1) <= kBatchValues)
         values += counts.GetAt(++end);
     return end;
+}
+
+// The set bits of a list: its values at or above 0, rising, each once, as setting them
+// in a bitmap keeps them. The list is reordered in place (an indexer's lists rise
+// already, and are only checked).
+std::span<const unsigned> SetBitsOf(std::vector<int>& values) {
+    std::erase_if(values, [](int v) { return v < 0; });
+    if (!std::is_sorted(values.begin(), values.end())) std::sort(values.begin(), values.end());
+    values.erase(std::unique(values.begin(), values.end()), values.end());
+    // int and unsigned int may name the same object: the values are not negative.
+    return {reinterpret_cast<const unsigned*>(values.data()), values.size()};
 }
 
 // A slot holds a file position, not a pointer.
@@ -251,18 +263,24 @@ void CLinkedListArray::Save(CBitsBinFile* file, Operation op, bool free, bool pa
     };
     for (int i = first; i <= last; ++i) {
         if (i > batchLast && i < GetSize()) readBatch(i);
-        bits.FreeBuffer();
-        if (i >= batchFirst && i <= batchLast) {
-            auto& values = batch[static_cast<std::size_t>(i - batchFirst)];
-            for (int value : values) bits.SetAt(value);
-            std::vector<int>().swap(values);
-        }
+        std::vector<int> values;
+        if (i >= batchFirst && i <= batchLast)
+            values.swap(batch[static_cast<std::size_t>(i - batchFirst)]);
         if (progress) progress(i, count);
         int target = targets.Next(i);
-        if (run.Merge())
+        if (run.Merge()) {
+            bits.FreeBuffer();
+            for (int value : values) bits.SetAt(value);
             MergeRecord(file, out, target, op, bits, record);
-        else if (!bits.IsEmpty())
-            out->Modify(target, &bits);
+        } else if (!values.empty()) {
+            // Nothing to merge with: the compressed form is built from the list itself,
+            // without the plain bitmap, in time with the list's length.
+            std::vector<unsigned char> form = dorvik::form::EncodeSortedBits(SetBitsOf(values));
+            if (!form.empty()) {
+                CBitArray stored(form.data(), static_cast<int>(form.size()), true);
+                out->Modify(target, &stored);
+            }
+        }
     }
     keep(std::max(last + 1, first), file->GetRecordCount() - 1);
     targets.Finish(out);

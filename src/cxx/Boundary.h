@@ -101,7 +101,22 @@ struct Char {
     int length;
     int byte;
 };
-Char NextChar(std::string_view utf8, std::size_t at);
+// The Windows-1256 byte of each code point below U+0800 (-1: none).
+const std::int16_t* LowCp1256Bytes();
+// NextChar for the sequences of three and four bytes, and for invalid text.
+Char NextLongChar(std::string_view utf8, std::size_t at);
+// One- and two-byte sequences (ASCII, Arabic) are read in line: tokenising reads every
+// character of the text through here.
+inline Char NextChar(std::string_view utf8, std::size_t at) {
+    static const std::int16_t* const low = LowCp1256Bytes();
+    const auto lead = static_cast<unsigned char>(utf8[at]);
+    if (lead < 0x80) return {1, low[lead]};
+    if (lead >= 0xC2 && lead < 0xE0 && at + 1 < utf8.size()) {
+        const auto next = static_cast<unsigned char>(utf8[at + 1]);
+        if ((next & 0xC0) == 0x80) return {2, low[(lead & 0x1F) << 6 | (next & 0x3F)]};
+    }
+    return NextLongChar(utf8, at);
+}
 
 // The code point of the UTF-8 sequence at `at` and its length (0: invalid; -1: cut short
 // by the end of the text), under the rules NextChar keeps.

@@ -10,6 +10,7 @@
 #include "cxx/Boundary.h"
 #include "cxx/Progress.h"
 #include "dorvik/IXFile.h"
+#include "dorvik/MemBinFile.h"
 #include "dorvik/MemNDimBinFile.h"
 #include "dorvik/NDimBitsBinFile.h"
 #include "dorvik/TextBinFile.h"
@@ -86,14 +87,24 @@ struct Dictionary::Impl {
     // never change, so an entry stays true for as long as the object lives.
     WordIds ids;
 
+    // Bulk mode on a dictionary that held no word when the words began to come: the new
+    // words wait here (Windows-1256 bytes, in the order of their ids 0, 1, ...) and reach
+    // the file in one insertion and the sorted view in one sort and one write, at
+    // Settle. A dictionary that holds words takes them through the sort tree instead.
+    // `ids` knows every word waiting: UTF-8 maps one to one onto the bytes, so a word
+    // that `ids` does not know is not waiting either.
+    std::vector<std::string> pending;
+
     void Open(OpenOptions options);
+    void WritePending();
     void MarkChanged();
     void Settle();
     void WriteWildcards();
     void Flush();
     CNDimBitsBinFile& Wildcards();
     std::optional<std::size_t> FindRecord(const std::string& word);
-    std::pair<std::size_t, bool> Add(const std::string& word);
+    // Adds the bytes of a word; in bulk mode only a word that `ids` does not know.
+    std::pair<std::size_t, bool> Add(std::string word);
 };
 
 void Dictionary::Impl::Open(OpenOptions options) {
@@ -145,10 +156,62 @@ void Dictionary::Impl::MarkChanged() {
 }
 
 void Dictionary::Impl::Settle() {
-    if (!inTree) return;
-    text.FreeSortTree(true, cxx::ProgressHook(cxx::Stage::sorting));
-    inTree = false;
+    if (pending.empty() && !inTree) return;
+    WritePending();
+    if (inTree) {
+        text.FreeSortTree(true, cxx::ProgressHook(cxx::Stage::sorting));
+        inTree = false;
+    }
     cxx::RethrowProgressFailure();
+}
+
+void Dictionary::Impl::WritePending() {
+    if (pending.empty()) return;
+    // The view lists the ids by their bytes, as the sort tree would (unsigned bytes, a
+    // prefix first); the words are distinct.
+    const int n = static_cast<int>(pending.size());
+    cxx::CallProgress(cxx::Stage::sorting, 0, n);
+    // Sorted on the first eight bytes, big-endian in one number (no word holds a NUL,
+    // so the zeros that pad a short word sort it first), the words compared only where
+    // those are equal.
+    struct Key {
+        std::uint64_t prefix;
+        DWORD id;
+    };
+    std::vector<Key> keys(pending.size());
+    for (DWORD id = 0; id < keys.size(); ++id) {
+        const std::string& word = pending[id];
+        std::uint64_t prefix = 0;
+        for (std::size_t i = 0; i < 8; ++i)
+            prefix = prefix << 8 | (i < word.size() ? static_cast<unsigned char>(word[i]) : 0u);
+        keys[id] = {prefix, id};
+    }
+    std::sort(keys.begin(), keys.end(), [&](const Key& a, const Key& b) {
+        return a.prefix != b.prefix ? a.prefix < b.prefix : pending[a.id] < pending[b.id];
+    });
+    std::vector<DWORD> order(keys.size());
+    for (std::size_t i = 0; i < keys.size(); ++i) order[i] = keys[i].id;
+    CMemBinFile words;
+    words.SetSafeMode(false);
+    for (std::string& word : pending)
+        words.Add(reinterpret_cast<unsigned char*>(word.data()), static_cast<int>(word.size()));
+    words.SetSafeMode(true);
+    text.CBinFile::Insert(text.CBinFile::GetRecordCount() - 1, &words);  // one change
+    pending.clear();
+    try {
+        view.SetGrowCount(1000);  // what the sort tree leaves on the view
+        view.RemoveAll();
+        view.AddRecords(order.data(), n);
+        cxx::CallProgress(cxx::Stage::sorting, n, n);
+    } catch (...) {
+        // The words are in; a view that does not match them is rebuilt from them (and
+        // an open rebuilds it when this fails too).
+        try {
+            text.Sort(true, false, nullptr, nullptr);
+        } catch (const CException&) {
+        }
+        throw;
+    }
 }
 
 void Dictionary::Impl::WriteWildcards() {
@@ -200,9 +263,14 @@ std::optional<std::size_t> Dictionary::Impl::FindRecord(const std::string& word)
     return static_cast<std::size_t>(record);
 }
 
-std::pair<std::size_t, bool> Dictionary::Impl::Add(const std::string& word) {
+std::pair<std::size_t, bool> Dictionary::Impl::Add(std::string word) {
     int record = -1;
     int length = static_cast<int>(word.size());
+    if (bulk && !inTree && (!pending.empty() || text.CBinFile::GetRecordCount() == 0)) {
+        MarkChanged();
+        pending.push_back(std::move(word));
+        return {pending.size() - 1, true};
+    }
     if (bulk) {
         MarkChanged();
         if (!inTree) {
@@ -270,7 +338,11 @@ const std::filesystem::path& Dictionary::path() const noexcept { return cxx::Pat
 std::size_t Dictionary::size() const {
     cxx::RequireOpen(is_open(), {});
     return Guard(impl_->path,
-                 [&] { return static_cast<std::size_t>(impl_->text.GetRecordCount()); });
+                 [&] {
+                     // Words gathering in bulk are not in the file yet.
+                     return static_cast<std::size_t>(impl_->text.GetRecordCount()) +
+                            impl_->pending.size();
+                 });
 }
 
 std::pair<std::size_t, bool> Dictionary::add(std::string_view word) {
@@ -281,8 +353,17 @@ std::pair<std::size_t, bool> Dictionary::add(std::string_view word) {
     }
     std::string bytes = cxx::EncodeWord(word, "word");
     cxx::ToInt(bytes.size(), "word length");
-    std::pair<std::size_t, bool> result = Guard(impl_->path, [&] { return impl_->Add(bytes); });
-    if (impl_->bulk) impl_->ids.Add(word, result.first);
+    std::pair<std::size_t, bool> result =
+        Guard(impl_->path, [&] { return impl_->Add(std::move(bytes)); });
+    if (!impl_->bulk) return result;
+    try {
+        impl_->ids.Add(word, result.first);
+    } catch (...) {
+        // A waiting word that `ids` cannot know would wait twice: it goes again.
+        if (result.second && !impl_->pending.empty() && result.first + 1 == impl_->pending.size())
+            impl_->pending.pop_back();
+        throw;
+    }
     return result;
 }
 
@@ -300,6 +381,7 @@ std::string Dictionary::word(std::size_t id) {
         throw cxx::MakeError(ErrorCode::out_of_range,
                              "word " + std::to_string(id) + " of " + std::to_string(count),
                              impl_->path);
+    if (!impl_->pending.empty()) return from_cp1256(impl_->pending[id]);  // the file has none
     return Guard(impl_->path, [&] {
         CString text;
         impl_->text.GetString(static_cast<int>(id), text, false);

@@ -14,6 +14,7 @@ bool IndexingHook(int done, int total) { return CallProgress(Stage::indexing, do
 bool CallProgress(Stage stage, int done, int total) noexcept {
     ProgressScope* scope = current;
     if (!scope || scope->failure_) return !scope;
+    if (!scope->progress_) return true;  // an empty progress hears nothing
     try {
         std::string_view name = stage == Stage::sorting ? "sorting" : "indexing";
         scope->progress_(name, static_cast<std::size_t>(done < 0 ? 0 : done),

@@ -477,30 +477,35 @@ public:
 
 private:
     // Sets in[i] when the record (a stored form of n bytes) holds list[i]. One pass over
-    // the items up to the last listed unit, a byte or a run a step: the list is short
-    // and the record long, so most items only move the place on.
+    // the record up to the last listed unit that jumps: a listed unit inside a stretch of
+    // literals is one look-up, and the stretch's end is found by the wide scan, so only
+    // the runs are stepped through one by one.
     static void MarkHeld(const unsigned char* form, std::size_t n,
                          const std::vector<std::uint32_t>& list, std::vector<char>& in) {
-        std::size_t pos = 1, done = 0, at = 0;  // done: the plain bytes before `pos`
-        // While three bytes remain a run can be read whole: the step is the same for a
-        // literal and a run, without a branch on which it is.
-        while (at < list.size() && pos + 3 <= n) {
-            unsigned char b = form[pos];
-            bool run = b == 0 || b == 0xFF;
-            std::size_t plain = run ? form::RunCount(form + pos) : 1;
-            if (list[at] / 8 < done + plain) {
-                bool held = run ? b != 0 : ((b >> (list[at] % 8)) & 1) != 0;
-                in[at] = static_cast<char>(in[at] | held);
+        if (n <= 1) return;
+        std::size_t pos = 1, done = 0;  // done: the plain bytes before `pos`
+        std::size_t stop = pos + form::LiteralSpan(form + pos, n - pos);  // the next run
+        for (std::size_t at = 0; at < list.size();) {
+            const std::size_t target = list[at] / 8;  // never below `done`: the list rises
+            if (target - done < stop - pos) {
+                const unsigned char b = form[pos + (target - done)];
+                in[at] = static_cast<char>(in[at] | ((b >> (list[at] % 8)) & 1));
                 ++at;
                 continue;
             }
-            done += plain;
-            pos += run ? 3 : 1;
+            done += stop - pos;
+            pos = stop;
+            if (pos + 3 > n) return;  // the end, or a run cut short by it: no more bits
+            const std::size_t count = form::RunCount(form + pos);
+            if (target < done + count) {
+                in[at] = static_cast<char>(in[at] | (form[pos] != 0));
+                ++at;
+                continue;
+            }
+            done += count;
+            pos += 3;
+            stop = pos + form::LiteralSpan(form + pos, n - pos);
         }
-        // The last bytes: literals only (a run cut short by the end is no run).
-        for (; at < list.size() && pos < n && form[pos] != 0 && form[pos] != 0xFF; ++pos, ++done)
-            for (; at < list.size() && list[at] / 8 == done; ++at)
-                in[at] = static_cast<char>(in[at] | ((form[pos] >> (list[at] % 8)) & 1));
     }
 
     // The size at which a list of 4-byte units is as large as the bitmap.

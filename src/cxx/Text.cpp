@@ -47,6 +47,7 @@ struct Cp1256 {
         low.fill(-1);
         for (auto [c, b] : back)
             if (c < low.size()) low[c] = b;
+        for (std::size_t c = 0; c < 0x80; ++c) low[c] = static_cast<std::int16_t>(c);  // ASCII
     }
 
     static char32_t Decode(const std::string& s) {
@@ -113,7 +114,9 @@ Decoded DecodeUtf8(std::string_view utf8, std::size_t at) {
 
 int Cp1256Byte(char32_t c) { return Table().Byte(c); }
 
-Char NextChar(std::string_view utf8, std::size_t at) {
+const std::int16_t* LowCp1256Bytes() { return Table().low.data(); }
+
+Char NextLongChar(std::string_view utf8, std::size_t at) {
     auto [c, length] = DecodeAt(utf8, at);
     return {length, length > 0 ? Table().Byte(c) : -1};
 }

@@ -43,24 +43,22 @@ public:
 
     // One compressed element per non-empty cell, in the form that compressing the
     // cell's plain bitmap gives; each list is dropped as soon as it is turned.
-    void Fill(CBitArrayCollection& collection, int records) {
-        std::vector<unsigned char> plain(static_cast<std::size_t>(records) / 8 + 1, 0);
+    void Fill(CBitArrayCollection& collection) {
         for (std::size_t level = 0; level < m_levels.size(); ++level) {
             auto& cells = m_levels[level];
             for (std::size_t key = 0; key < cells.size(); ++key) {
                 std::vector<DWORD>& list = cells[key];
                 if (list.empty()) continue;
-                for (DWORD r : list) plain[r / 8] |= static_cast<unsigned char>(1u << (r & 7));
-                int length = static_cast<int>(list.back() / 8 + 1);
-                unsigned char* packed = nullptr;
-                int packedLength = 0;
-                CBitArray::Compress(plain.data(), length, packed, packedLength);
-                std::memset(plain.data(), 0, static_cast<std::size_t>(length));
+                // A cell's records rise, each once: its form is built from the list.
+                const std::vector<unsigned char> form = dorvik::form::EncodeSortedBits(list);
+                const int packedLength = static_cast<int>(form.size());
+                dorvik::Block<> packed = dorvik::GrabOrThrow(form.size());
+                std::memcpy(packed.get(), form.data(), form.size());
                 std::vector<DWORD>().swap(list);
                 CBitArray* element =
                     collection.GetAt(static_cast<int>(level))->GetAt(static_cast<int>(key));
                 element->SetCompressed(true);
-                element->Attach(packed, packedLength);
+                element->Attach(packed.release(), packedLength);
             }
             std::vector<std::vector<DWORD>>().swap(cells);
         }
@@ -139,7 +137,7 @@ void CTextBinFile::IndexForWildCards(CBinFile* file, const char* marks,
         cells.Add(0, levels.Letters(), static_cast<DWORD>(i));
     }
     CBitArrayCollection collection;
-    cells.Fill(collection, n);
+    cells.Fill(collection);
     collection.Save(file, opOr, true, false, progress);
 }
 
