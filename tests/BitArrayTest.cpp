@@ -831,3 +831,39 @@ TEST(CompressedForm, DecodesAnyByteStringAsTheItemWalkerDoes) {
         }
     }
 }
+
+TEST(CompressedForm, MarkHeldBitsAnswersAsTheExpandedBytes) {
+    std::mt19937 rng(23);
+    for (int round = 0; round < 400; ++round) {
+        // Forms as writers make them, and any byte string (runs cut short, counts of 0).
+        Bytes form;
+        if (round % 2 == 0) {
+            const Bytes plain = RandomPlain(rng);
+            unsigned char* packed = nullptr;
+            int length = 0;
+            CBitArray::Compress(plain.data(), static_cast<int>(plain.size()), packed, length);
+            form.assign(packed, packed + length);
+            DropBlock(packed);
+        } else {
+            form.resize(1 + rng() % 400);
+            for (auto& b : form)
+                b = rng() % 3 == 0 ? (rng() % 2 ? 0 : 0xFF) : static_cast<unsigned char>(rng() % 4);
+        }
+        const std::int64_t length =
+            form.empty() ? 0 : dorvik::form::Expand(form.data(), form.size(), 1, -1, nullptr);
+        Bytes plain(static_cast<std::size_t>(length));
+        if (length) dorvik::form::Expand(form.data(), form.size(), 1, -1, plain.data());
+        // Rising bits, dense or sparse, some past the end.
+        std::vector<std::uint32_t> bits;
+        const std::uint32_t span = static_cast<std::uint32_t>(length * 8 + 64);
+        for (std::uint32_t b = rng() % 8; b < span; b += 1 + rng() % (round % 3 == 0 ? 4 : 90))
+            bits.push_back(b);
+        std::vector<char> held(bits.size(), 0);
+        dorvik::form::MarkHeldBits(form.data(), form.size(), bits, held.data());
+        for (std::size_t i = 0; i < bits.size(); ++i) {
+            const std::size_t byte = bits[i] / 8;
+            const bool want = byte < plain.size() && (plain[byte] >> (bits[i] % 8) & 1);
+            ASSERT_EQ(held[i] != 0, want) << "round " << round << " bit " << bits[i];
+        }
+    }
+}

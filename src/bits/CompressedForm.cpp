@@ -505,6 +505,70 @@ Block<> IntersectForms(const FormSpan* forms, std::size_t count, std::int64_t li
     return out.Finish(length);
 }
 
+void MarkHeldBits(const unsigned char* p, std::size_t n, std::span<const std::uint32_t> bits,
+                  char* held) {
+    const std::size_t size = bits.size();
+    if (size == 0) return;
+    std::size_t pos = 1, done = 0, at = 0;  // done: the plain bytes before `pos`
+    // The bit asked for now, as its plain byte (past the last one: none, the largest
+    // number) and its place in that byte.
+    std::size_t target = bits[0] / 8;
+    unsigned shift = bits[0] & 7;
+    auto next = [&] {
+        const std::uint32_t bit = bits[at < size ? at : size - 1];
+        target = at < size ? bit / 8 : SIZE_MAX;
+        shift = bit & 7;
+    };
+    // Windows of 64 bytes that start on an item, while a run that starts in one can be
+    // read whole. Each step takes a stretch of literals and the run behind it. The bits
+    // asked for are about as many as the runs, so whether one lies in the step is a coin
+    // toss for a branch predictor: the first one is taken without a branch, and only a
+    // second in the same step takes the loop.
+    while (pos + 66 <= n) {
+        const unsigned char* w = p + pos;
+        const std::uint64_t stops = StopMask64(w);
+        std::size_t q = 0;
+        while (q < 64) {
+            const std::uint64_t ahead = stops >> q;
+            const std::size_t literals =
+                ahead ? static_cast<std::size_t>(std::countr_zero(ahead)) : 64 - q;
+            const std::size_t r = q + literals;  // the run, when r < 64
+            const unsigned char value = w[r];
+            const std::size_t count = r < 64 ? RunCount(w + r) : 0;
+            const std::size_t end = done + literals + count;
+            auto take = [&] {
+                const std::size_t k = target - done;
+                const bool literal = k < literals;
+                const unsigned bit = literal ? (w[q + (literal ? k : 0)] >> shift) & 1 : value != 0;
+                const bool in = target < end;
+                held[at < size ? at : size - 1] |= static_cast<char>(bit & in);
+                at += in;
+                next();
+            };
+            take();
+            while (target < end) take();
+            if (at >= size) return;
+            done = end;
+            q = r < 64 ? r + 3 : 64;
+        }
+        pos += q;
+    }
+    // The rest item by item; a run cut short by the end is no run.
+    while (pos < n && at < size) {
+        const unsigned char b = p[pos];
+        const bool literal = IsLiteral(b);
+        if (!literal && pos + 3 > n) return;
+        const std::size_t plain = literal ? 1 : RunCount(p + pos);
+        while (target < done + plain) {
+            held[at] = static_cast<char>(held[at] | (literal ? (b >> shift) & 1 : b != 0));
+            ++at;
+            next();
+        }
+        done += plain;
+        pos += literal ? 1 : 3;
+    }
+}
+
 int CountSetBits(const unsigned char* form, int length) {
     if (!form || length <= 1) return 0;
     long long count = 0;

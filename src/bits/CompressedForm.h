@@ -120,6 +120,12 @@ struct FormSpan {
 // CMemoryException when the first form expands past INT_MAX bytes or memory runs out.
 Block<> IntersectForms(const FormSpan* forms, std::size_t count, std::int64_t limit, int& length);
 
+// For a whole form of `n` bytes (marker first) and rising bit numbers `bits`, sets
+// held[i] to 1 when the form holds bits[i] and leaves it otherwise. One pass up to the
+// last bit asked for, 64 stored bytes a step: literals are skipped by their stop mask and
+// only runs are stepped through, so the cost follows the runs, not the bytes.
+void MarkHeldBits(const unsigned char* form, std::size_t n, std::span<const std::uint32_t> bits,
+                  char* held);
 // The set bits of a whole form, counted item by item; INT_MAX at the most.
 int CountSetBits(const unsigned char* form, int length);
 // One bit of a whole form; false beyond its end, below 0 or for length 0.

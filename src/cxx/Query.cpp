@@ -397,8 +397,8 @@ public:
         }
         std::vector<char> in(a.list.size(), 0);
         for (const auto& record : word.records)
-            MarkHeld(reinterpret_cast<const unsigned char*>(record.data()), record.size(), a.list,
-                     in);
+            form::MarkHeldBits(reinterpret_cast<const unsigned char*>(record.data()), record.size(),
+                               a.list, in.data());
         std::size_t kept = 0;
         for (std::size_t i = 0; i < a.list.size(); ++i)
             if ((in[i] != 0) == keep) a.list[kept++] = a.list[i];
@@ -476,38 +476,6 @@ public:
     }
 
 private:
-    // Sets in[i] when the record (a stored form of n bytes) holds list[i]. One pass over
-    // the record up to the last listed unit that jumps: a listed unit inside a stretch of
-    // literals is one look-up, and the stretch's end is found by the wide scan, so only
-    // the runs are stepped through one by one.
-    static void MarkHeld(const unsigned char* form, std::size_t n,
-                         const std::vector<std::uint32_t>& list, std::vector<char>& in) {
-        if (n <= 1) return;
-        std::size_t pos = 1, done = 0;  // done: the plain bytes before `pos`
-        std::size_t stop = pos + form::LiteralSpan(form + pos, n - pos);  // the next run
-        for (std::size_t at = 0; at < list.size();) {
-            const std::size_t target = list[at] / 8;  // never below `done`: the list rises
-            if (target - done < stop - pos) {
-                const unsigned char b = form[pos + (target - done)];
-                in[at] = static_cast<char>(in[at] | ((b >> (list[at] % 8)) & 1));
-                ++at;
-                continue;
-            }
-            done += stop - pos;
-            pos = stop;
-            if (pos + 3 > n) return;  // the end, or a run cut short by it: no more bits
-            const std::size_t count = form::RunCount(form + pos);
-            if (target < done + count) {
-                in[at] = static_cast<char>(in[at] | (form[pos] != 0));
-                ++at;
-                continue;
-            }
-            done += count;
-            pos += 3;
-            stop = pos + form::LiteralSpan(form + pos, n - pos);
-        }
-    }
-
     // The size at which a list of 4-byte units is as large as the bitmap.
     std::size_t Limit() const { return wordCount_ * 2; }
 
