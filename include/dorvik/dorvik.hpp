@@ -461,9 +461,11 @@ private:
 //
 // Two ways to add. By default each add() puts the word into the sorted view at once,
 // which moves the tail of the ".sort" file: fine for a few words. With
-// OpenOptions::bulk the words gather in memory (the whole dictionary is read in at the
-// first add) and the files are written once at flush() or close(): the way to load
-// many. Bulk mode also keeps each word added through the object in a hash table, so that
+// OpenOptions::bulk the words gather in memory and the files are written once at
+// flush() or close(): the way to load many. Into an empty dictionary the new words are
+// sorted once when they are written (about 1 ms for 16,000 words); into one that holds
+// words, the whole dictionary is read in at the first add and each new word goes into
+// a sort tree, which costs several times more per word. Bulk mode also keeps each word added through the object in a hash table, so that
 // adding a word again is one hash look-up (memory: about 64 bytes plus the word, per
 // distinct word). A query (find, match, iteration) in bulk mode writes the gathered words first,
 // and the next add reads the dictionary in again.

@@ -88,6 +88,9 @@ private:
 //    (fewer than units / 32) and becomes a bitmap of units / 8 bytes only when it grows
 //    past that, so a query of rare words never touches memory in proportion to `units`;
 //    records are read in their stored form and never expanded beyond what they hold.
+//    A short list against a long record (an AND of a rare and a common word) steps
+//    through the record's runs only, its stretches of literals skipped 64 bytes at a
+//    time: the cost follows the record's runs up to the last listed unit.
 // Cost of construction: one read per form and a sort, about 30 ms for 100,000 forms;
 // memory about 40 bytes per form.
 //
