@@ -6,11 +6,13 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <random>
@@ -735,3 +737,60 @@ TEST(CrashSafety, SavesOfCollectionsAndPushesCutAnywhereLeaveTheOldOrTheNewFile)
 }
 
 }  // namespace
+
+// A document saved over a file: cut at any call, the file holds the old text or the
+// new, keeps its mode, and a failed save leaves no temporary beside it.
+TEST(CrashSafety, AnXmlSaveCutAnywhereLeavesTheOldFileOrTheNew) {
+    TempDir dir;
+    const std::string path = dir.Path("doc.xml");
+    CXMLDocument doc;
+    ASSERT_TRUE(doc.LoadXML("<root><b x=\"1\">text</b><c/></root>"));
+    doc.Save(dir.Path("new.xml").c_str());
+    const Bytes after = ReadAll(dir.Path("new.xml"));
+    const Bytes old = {'<', 'o', '/', '>'};
+    auto start = [&] {
+        WriteAll(path, old);
+        ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
+    };
+    auto besides = [&] {
+        int n = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(dir.Root()))
+            n += entry.path().filename().string().rfind("doc.xml.", 0) == 0;
+        return n;
+    };
+    start();
+    long calls = 0;
+    {
+        FileFaults count(FileFaults::Mode::count);
+        doc.Save(path.c_str());
+        calls = count.Calls();
+    }
+    EXPECT_EQ(ReadAll(path), after);
+    struct stat st {};
+    ASSERT_EQ(::stat(path.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0640u) << "the mode of the file it replaced";
+    for (long at = 0; at < calls; ++at) {
+        for (auto mode : {FileFaults::Mode::fail, FileFaults::Mode::tear, FileFaults::Mode::stop}) {
+            const std::string where = "call " + std::to_string(at) + ", mode " +
+                                      std::to_string(static_cast<int>(mode));
+            start();
+            bool threw = false;
+            {
+                FileFaults fault(mode, at);
+                try {
+                    doc.Save(path.c_str());
+                } catch (const CFileException&) {
+                    threw = true;
+                }
+            }
+            const Bytes now = ReadAll(path);
+            EXPECT_TRUE(now == (threw ? old : after)) << where;
+            if (mode != FileFaults::Mode::stop) {
+                EXPECT_EQ(besides(), 0) << where;
+            }
+            for (const auto& entry : std::filesystem::directory_iterator(dir.Root()))
+                if (entry.path().filename().string().rfind("doc.xml.", 0) == 0)
+                    std::filesystem::remove(entry.path());
+        }
+    }
+}

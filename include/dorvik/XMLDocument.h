@@ -80,9 +80,13 @@ public:
     // GetRoot. `xml` is not changed. Costs O(length of the text).
     bool LoadXML(const char* xml);
 
-    // Creates or truncates `path` and writes the tree to it, through the file's
+    // Writes the tree to `path` (created, or replaced whole), through the file's
     // write-behind. A document that was never loaded has nothing to write, like an empty
-    // one: the file is left empty. Throws CFileException on failure.
+    // one: the file is left empty. The text goes to a new file beside `path` (same
+    // folder, the mode of the file it replaces), which is then renamed over it: on a
+    // failure or the death of the process the old file stays whole and no temporary
+    // stays behind (a killed process may leave "<path>.XXXXXX"). The folder must be
+    // writable. Throws CFileException on failure.
     void Save(const char* path);
     // Writes the tree at the file's position (nothing when not loaded), one Write per
     // tag piece. Throws what the file's Write throws.

@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "frame/TempFile.h"
+
 namespace dorvik::classic {
 namespace {
 // The white space of CString::TrimLeft and TrimRight.
@@ -95,10 +97,24 @@ bool CXMLDocument::LoadXML(const char* xml) {
 }
 
 void CXMLDocument::Save(const char* path) {
-    CFile file(path, CFile::modeCreate | CFile::modeWrite);
-    file.SetWriteBehind(true);
-    Save(&file);
-    file.Close();
+    // Written beside and renamed over the path: a failure or the death of the process
+    // leaves the old file whole.
+    CString temp;
+    MakeTempFileBeside(temp, path);
+    try {
+        CFile file(temp, CFile::modeCreate | CFile::modeWrite);
+        file.SetWriteBehind(true);
+        Save(&file);
+        file.Close();
+        CFile::Rename(temp, path);
+    } catch (...) {
+        try {
+            CFile::Remove(temp);
+        } catch (const CFileException&) {
+            // The first error is the one to report.
+        }
+        throw;
+    }
 }
 
 void CXMLDocument::Save(CFile* file) {
