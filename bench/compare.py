@@ -319,8 +319,14 @@ def write_report():
             sections.setdefault(explanations.get(tid, "No explanation recorded yet."), []).append(tid)
         for text, tids in sections.items():
             lines += ["### %s" % ", ".join(tids), "", text, ""]
+    # Sections measured by hand sit below a marker in the file; they stay as they are.
+    kept = ""
+    marker = "<!-- Measured by hand below this line"
+    old = load(args.out)
+    if marker in old:
+        kept = "\n" + old[old.index(marker):]
     with open(args.out, "w") as f:
-        f.write("\n".join(lines) + "\n")
+        f.write("\n".join(lines) + "\n" + kept)
 
 
 
