@@ -669,7 +669,9 @@ void Encode(const unsigned char* source, int length, unsigned char*& target, int
 std::vector<unsigned char> EncodeSortedBits(std::span<const unsigned> bits) {
     std::vector<unsigned char> out;
     if (bits.empty()) return out;
-    out.reserve(bits.size() * 4 + 8);  // a sparse list: a zero run and a literal per bit
+    // A sparse list takes a zero run and a literal per bit; a dense one about a byte per
+    // eight bits: the smaller of the two, so a long list does not take four times its size.
+    out.reserve(std::min<std::size_t>(bits.size() * 4, bits.back() / 8 + bits.back() / 64) + 8);
     out.push_back(kMarker);
     long long done = 0;       // plain bytes written
     std::size_t fullRun = 0;  // where the 0xFF run that ends the form starts, or 0
